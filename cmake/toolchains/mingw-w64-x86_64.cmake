@@ -1,0 +1,22 @@
+# Windows x64 cross-compilation with mingw-w64 (POSIX threads); the programs
+# run under Wine's 64-bit loader.
+set(CMAKE_SYSTEM_NAME Windows)
+set(CMAKE_SYSTEM_PROCESSOR x86_64)
+
+set(ORVAN_MINGW_TRIPLET x86_64-w64-mingw32)
+set(CMAKE_C_COMPILER ${ORVAN_MINGW_TRIPLET}-gcc-posix)
+set(CMAKE_CXX_COMPILER ${ORVAN_MINGW_TRIPLET}-g++-posix)
+set(CMAKE_RC_COMPILER ${ORVAN_MINGW_TRIPLET}-windres)
+
+set(CMAKE_FIND_ROOT_PATH /usr/${ORVAN_MINGW_TRIPLET})
+set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
+set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
+set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)
+set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE ONLY)
+
+set(CMAKE_CROSSCOMPILING_EMULATOR /usr/lib/wine/wine64)
+
+# Where the shared C++ runtime of every module lives.
+set(ORVAN_MINGW_RUNTIME_DIRS
+  /usr/lib/gcc/${ORVAN_MINGW_TRIPLET}/12-posix
+  /usr/${ORVAN_MINGW_TRIPLET}/lib)
