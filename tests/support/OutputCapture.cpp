@@ -1,6 +1,6 @@
 #include "OutputCapture.h"
 
-#include "Platform/Descriptors.h"
+#include "Platform/System.h"
 
 #include <atomic>
 #include <cstdio>

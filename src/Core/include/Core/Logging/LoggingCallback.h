@@ -11,6 +11,7 @@
 #include <memory>
 #include <sstream>
 #include <string>
+#include <type_traits>
 
 // The logging facade: every part of the library reports through it.
 //
@@ -49,7 +50,8 @@ ORVAN_CORE_EXPORT void triggerLogMemory();
 
 // Appends the text of a status or an exception, through the installed
 // translator when it accepts the value, else through a DefaultTranslator.
-// Only the two specialisations below exist.
+// Nothing else is written. Derived exception types take the std::exception
+// specialisation.
 template<class T>
 void makeContent(std::stringstream& stream, const T& value);
 
@@ -59,5 +61,17 @@ ORVAN_CORE_EXPORT void makeContent<Utils::ErrorManagement::ReturnStatus>(
 
 template<>
 ORVAN_CORE_EXPORT void makeContent<std::exception>(std::stringstream& stream, const std::exception& value);
+
+template<class T>
+void makeContent(std::stringstream& stream, const T& value)
+{
+  static_assert(std::is_base_of_v<std::exception, T> || std::is_base_of_v<Utils::ErrorManagement::ReturnStatus, T>,
+                "makeContent writes statuses and exceptions");
+  if constexpr (std::is_base_of_v<std::exception, T>) {
+    makeContent<std::exception>(stream, value);
+  } else {
+    makeContent<Utils::ErrorManagement::ReturnStatus>(stream, value);
+  }
+}
 
 } // namespace Orvan::Core::Logging

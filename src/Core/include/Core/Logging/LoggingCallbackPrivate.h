@@ -17,14 +17,13 @@ namespace Orvan::Core::Logging {
 namespace Detail {
 
 // Statuses and exceptions (of any derived type) are written through the
-// translator; everything else through the stream's own operator<<.
+// translator, which may decline; everything else through the stream's own
+// operator<<.
 template<class T>
 void appendPiece(std::stringstream& stream, const T& piece)
 {
-  if constexpr (std::is_base_of_v<Utils::ErrorManagement::ReturnStatus, T>) {
-    makeContent<Utils::ErrorManagement::ReturnStatus>(stream, piece);
-  } else if constexpr (std::is_base_of_v<std::exception, T>) {
-    makeContent<std::exception>(stream, piece);
+  if constexpr (std::is_base_of_v<Utils::ErrorManagement::ReturnStatus, T> || std::is_base_of_v<std::exception, T>) {
+    makeContent(stream, piece);
   } else {
     stream << piece;
   }
@@ -33,7 +32,8 @@ void appendPiece(std::stringstream& stream, const T& piece)
 } // namespace Detail
 
 // Streams `pieces` one after the other, with nothing between them, and
-// delivers the text at level `type`:
+// delivers the text at level `type`, which then goes to the installed logger
+// or, when none is alive, to the callback:
 //
 //   logMessage(LoggingType::Info, "Running: '", command, "'");
 //   logMessage(LoggingType::Error, "Cannot load: ", status);

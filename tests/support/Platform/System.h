@@ -2,7 +2,7 @@
 
 #include <filesystem>
 
-// The few descriptor calls the test support needs, on POSIX and Windows.
+// The few system calls the test support needs, on POSIX and Windows.
 namespace Orvan::Testing::Platform {
 
 int duplicate(int descriptor);
@@ -10,5 +10,8 @@ void duplicateTo(int source, int target);
 int createFile(const std::filesystem::path& path);
 void close(int descriptor);
 unsigned long processId();
+
+// The operating system's number for the calling thread.
+unsigned long long currentThreadId();
 
 } // namespace Orvan::Testing::Platform
