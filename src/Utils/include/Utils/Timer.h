@@ -28,7 +28,7 @@ struct Timer {
   {
     CORE_ASSERT(delay);
     // Without a delay (reported above) the timer counts as expired.
-    return hasElapsed(delay.value_or(Clock::duration::zero()));
+    return !delay.has_value() || hasElapsed(*delay);
   }
 
   typename Clock::time_point start;
