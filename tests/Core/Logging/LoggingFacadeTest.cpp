@@ -6,6 +6,7 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <iomanip>
 #include <sstream>
 #include <stdexcept>
@@ -234,4 +235,34 @@ TEST_F(LoggingFacade, ExceptionsFromTheLoggerReachTheCaller)
   auto logger = std::make_shared<ThrowingLogger>();
   Logging::setLogger(logger);
   EXPECT_THROW(Logging::logError("x"), std::runtime_error);
+}
+
+TEST_F(LoggingFacade, ThreadsLogConcurrentlyToOneLoggerAndOneCallback)
+{
+  constexpr int THREADS = 4;
+  constexpr int MESSAGES = 500;
+  auto logger = std::make_shared<RecordingLogger>();
+  Logging::setLogger(logger);
+  std::atomic<int> callbackCalls{0};
+  auto guard = Logging::setLoggingCallback([&](const std::string&) { ++callbackCalls; });
+
+  const auto logFromThreads = [] {
+    std::vector<std::thread> threads;
+    for (int t = 0; t < THREADS; ++t) {
+      threads.emplace_back([] {
+        for (int i = 0; i < MESSAGES; ++i) {
+          Logging::logInfo("message");
+        }
+      });
+    }
+    for (auto& thread : threads) {
+      thread.join();
+    }
+  };
+  logFromThreads();
+  EXPECT_EQ(logger->lines().size(), static_cast<std::size_t>(THREADS * MESSAGES));
+
+  Logging::setLogger({});
+  logFromThreads();
+  EXPECT_EQ(callbackCalls.load(), THREADS * MESSAGES);
 }

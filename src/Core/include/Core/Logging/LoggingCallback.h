@@ -32,8 +32,9 @@ ORVAN_CORE_EXPORT std::weak_ptr<Logger> getLogger();
 
 // Installs `callback`, which receives "[LEVEL  ] [thread] message\n" for every
 // message no logger takes. The returned guard's action empties the callback
-// slot, whichever callback is installed by then.
-ORVAN_CORE_EXPORT Utils::Guard setLoggingCallback(LoggingFunction callback);
+// slot, whichever callback is installed by then: keep the guard for as long
+// as the callback should stay.
+[[nodiscard]] ORVAN_CORE_EXPORT Utils::Guard setLoggingCallback(LoggingFunction callback);
 
 // The translator that turns statuses and exceptions into text; the host owns
 // it. Without one, a DefaultTranslator is used.
