@@ -1,0 +1,56 @@
+#pragma once
+
+#include <Core/Export.h>
+#include <Core/Process/Progression/ProcessProgression.h>
+
+#include <atomic>
+#include <cstddef>
+#include <memory>
+#include <mutex>
+#include <vector>
+
+namespace Orvan::Core::Process::Progression {
+
+// A process made of sub-processes: the node owns one child per sub-process
+// and reads as the plain mean of its children's fractions. A change anywhere
+// below is passed up, and the observers of every ancestor are poked, the
+// root's first.
+//
+// Locks are taken parent before child; a child must not call addChild or
+// operator[] on its parent from its captureProgression.
+class ORVAN_CORE_EXPORT ProcessProgressionTreeNode : public ProcessProgression {
+public:
+  ProcessProgressionTreeNode();
+  ~ProcessProgressionTreeNode() override;
+
+  // Takes ownership of `child` and becomes its parent. Sends no change
+  // notification: observers see the new reading at the next change. A null
+  // child is reported and ignored.
+  void addChild(std::unique_ptr<ProcessProgressionTreeNode>&& child);
+
+  // The child at `index`, still owned by this node. The index is not checked.
+  ProcessProgressionTreeNode* operator[](unsigned long long index);
+  const ProcessProgressionTreeNode* operator[](unsigned long long index) const;
+
+  // A new token that completes this node when its last holder lets it go. It
+  // replaces the token handed out before, without detaching it.
+  std::shared_ptr<ProcessProgressionToken> getToken();
+
+  // 1.0 when completed, 0.0 without children, else the mean of the children.
+  double captureProgression() const override;
+
+protected:
+  // Passes the change up to the parent first, then pokes this node's own
+  // observers.
+  void progressionChanged() override;
+
+private:
+  std::vector<std::unique_ptr<ProcessProgressionTreeNode>> children;
+  ProcessProgressionTreeNode* parent = nullptr;
+  // Mirrors children.size(), so that a childless node reads 0.0 without
+  // taking the lock.
+  std::atomic<std::size_t> childCount{0};
+  mutable std::mutex childrenMutex;
+};
+
+} // namespace Orvan::Core::Process::Progression

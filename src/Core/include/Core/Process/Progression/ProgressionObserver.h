@@ -1,0 +1,50 @@
+#pragma once
+
+#include <Core/Export.h>
+
+#include <memory>
+
+namespace Orvan::Core::Process::Progression {
+
+class ProgressionObservable;
+
+// Receives time-filtered readings of an observable's progression on a thread
+// of its own. A change only marks the observer as having something pending;
+// the thread delivers at most one reading per period, captured at delivery
+// time, so any number of changes in between count as one.
+//
+// A subclass must call stopObserving() in its own destructor: until then the
+// thread may still be calling onProgressionUpdated. onProgressionUpdated must
+// not change the observed progression, stop this observer or destroy it.
+class ORVAN_CORE_EXPORT ProgressionObserver {
+public:
+  // `period` is the minimum time in milliseconds between two deliveries, also
+  // before the first one (0: deliver as soon as a change is pending). The
+  // thread starts first, then the observer registers itself if the observable
+  // still exists. Throws std::system_error when the thread cannot start.
+  ProgressionObserver(std::weak_ptr<ProgressionObservable> observable, unsigned int period);
+  ProgressionObserver(const ProgressionObserver&) = delete;
+  ProgressionObserver& operator=(const ProgressionObserver&) = delete;
+
+  // Stops observing and joins the thread.
+  virtual ~ProgressionObserver();
+
+  // Called on the observer's thread with the fraction just captured.
+  virtual void onProgressionUpdated(double progression) = 0;
+
+  // Called by the observable on each change.
+  void onObservableChanged();
+
+  // Ends the deliveries and unregisters from the observable. Once it returns,
+  // no delivery is running and none will start. Does not join the thread;
+  // calling it twice is harmless.
+  void stopObserving();
+
+private:
+  class TimeFilter;
+
+  std::unique_ptr<TimeFilter> timeFilter;
+  std::weak_ptr<ProgressionObservable> observable;
+};
+
+} // namespace Orvan::Core::Process::Progression

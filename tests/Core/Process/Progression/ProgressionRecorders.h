@@ -1,0 +1,159 @@
+#pragma once
+
+#include <Core/Process/Progression/ProcessProgressionLinear.h>
+#include <Core/Process/Progression/ProcessProgressionTreeNode.h>
+#include <Core/Process/Progression/ProgressionObservable.h>
+#include <Core/Process/Progression/ProgressionObserver.h>
+#include <WaitFor.h>
+
+#include <chrono>
+#include <condition_variable>
+#include <cstddef>
+#include <memory>
+#include <mutex>
+#include <utility>
+#include <vector>
+
+namespace Orvan::Testing {
+
+namespace Progression = Core::Process::Progression;
+
+// The observable face of a node owned by a tree: it shares the root's
+// lifetime, as an observer's weak reference expects.
+inline std::shared_ptr<Progression::ProgressionObservable>
+observableOf(const std::shared_ptr<Progression::ProcessProgressionTreeNode>& root,
+             Progression::ProcessProgressionTreeNode* node)
+{
+  return std::shared_ptr<Progression::ProgressionObservable>(root, node);
+}
+
+// Remembers every delivery with the moment it arrived.
+class RecordingObserver : public Progression::ProgressionObserver {
+public:
+  struct Delivery {
+    double progression;
+    std::chrono::steady_clock::time_point at;
+  };
+
+  RecordingObserver(std::weak_ptr<Progression::ProgressionObservable> observable, unsigned int period)
+      : ProgressionObserver(std::move(observable), period)
+  {
+  }
+
+  ~RecordingObserver() override { stopObserving(); }
+
+  void onProgressionUpdated(double progression) override
+  {
+    const std::lock_guard lock(mutex);
+    recorded.push_back({progression, std::chrono::steady_clock::now()});
+  }
+
+  std::vector<Delivery> deliveries() const
+  {
+    const std::lock_guard lock(mutex);
+    return recorded;
+  }
+
+  std::vector<double> values() const
+  {
+    std::vector<double> result;
+    for (const Delivery& delivery : deliveries()) {
+      result.push_back(delivery.progression);
+    }
+    return result;
+  }
+
+  std::size_t count() const
+  {
+    const std::lock_guard lock(mutex);
+    return recorded.size();
+  }
+
+  bool waitForCount(std::size_t expected) const
+  {
+    return waitFor([&] { return count() >= expected; });
+  }
+
+  // Waits until the last delivery carries `progression`.
+  bool waitForLast(double progression) const
+  {
+    return waitFor([&] {
+      const std::lock_guard lock(mutex);
+      return !recorded.empty() && recorded.back().progression == progression;
+    });
+  }
+
+private:
+  mutable std::mutex mutex;
+  std::vector<Delivery> recorded;
+};
+
+// Holds each delivery inside onProgressionUpdated until the test opens the
+// gate; the observer's own thread is then busy with that delivery.
+class GatedObserver : public Progression::ProgressionObserver {
+public:
+  GatedObserver(std::weak_ptr<Progression::ProgressionObservable> observable, unsigned int period)
+      : ProgressionObserver(std::move(observable), period)
+  {
+  }
+
+  ~GatedObserver() override
+  {
+    open();
+    stopObserving();
+  }
+
+  void onProgressionUpdated(double progression) override
+  {
+    std::unique_lock lock(mutex);
+    recorded.push_back(progression);
+    changed.notify_all();
+    changed.wait(lock, [this] { return isOpen; });
+  }
+
+  void open()
+  {
+    const std::lock_guard lock(mutex);
+    isOpen = true;
+    changed.notify_all();
+  }
+
+  std::size_t count() const
+  {
+    const std::lock_guard lock(mutex);
+    return recorded.size();
+  }
+
+  bool waitForCount(std::size_t expected) const
+  {
+    std::unique_lock lock(mutex);
+    return changed.wait_for(lock, DEFAULT_DEADLINE, [&] { return recorded.size() >= expected; });
+  }
+
+private:
+  mutable std::mutex mutex;
+  mutable std::condition_variable changed;
+  std::vector<double> recorded;
+  bool isOpen = false;
+};
+
+// Counts the change notifications a node sends.
+template<class Node>
+class Counting : public Node {
+public:
+  using Node::Node;
+
+  int notifications() const { return calls; }
+
+protected:
+  void progressionChanged() override
+  {
+    ++calls;
+    Node::progressionChanged();
+  }
+
+private:
+  int calls = 0;
+};
+
+} // namespace Orvan::Testing

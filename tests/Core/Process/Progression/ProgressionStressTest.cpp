@@ -1,0 +1,163 @@
+#include "ProgressionRecorders.h"
+
+#include <AssertRecorder.h>
+#include <Core/Process/Progression/ProcessProgressionLinear.h>
+#include <Core/Process/Progression/ProcessProgressionTreeNode.h>
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <cstddef>
+#include <deque>
+#include <memory>
+#include <mutex>
+#include <thread>
+#include <utility>
+#include <vector>
+
+using Orvan::Core::Process::Progression::ProcessProgressionLinear;
+using Orvan::Core::Process::Progression::ProcessProgressionTreeNode;
+using Orvan::Testing::AssertRecorder;
+using Orvan::Testing::observableOf;
+using Orvan::Testing::RecordingObserver;
+using namespace std::chrono_literals;
+
+namespace {
+
+// A three-level tree: a root, two parents, two counters under each parent.
+struct Tree {
+  Tree()
+  {
+    for (int parentIndex = 0; parentIndex < 2; ++parentIndex) {
+      auto parent = std::make_unique<ProcessProgressionTreeNode>();
+      parents.push_back(parent.get());
+      for (int counterIndex = 0; counterIndex < 2; ++counterIndex) {
+        auto counter = std::make_unique<ProcessProgressionLinear>(TOTAL);
+        counters.push_back(counter.get());
+        parent->addChild(std::move(counter));
+      }
+      root->addChild(std::move(parent));
+    }
+  }
+
+  std::vector<ProcessProgressionTreeNode*> nodes() const
+  {
+    std::vector<ProcessProgressionTreeNode*> all{root.get()};
+    all.insert(all.end(), parents.begin(), parents.end());
+    all.insert(all.end(), counters.begin(), counters.end());
+    return all;
+  }
+
+  static constexpr unsigned long long TOTAL = 1000000;
+
+  std::shared_ptr<ProcessProgressionTreeNode> root = std::make_shared<ProcessProgressionTreeNode>();
+  std::vector<ProcessProgressionTreeNode*> parents;
+  std::vector<ProcessProgressionLinear*> counters;
+};
+
+// An observer set up from a thread while the tree keeps changing. The poke
+// right after construction hands the finished object to the observer's thread
+// (through the filter's lock) before its first period ends.
+std::unique_ptr<RecordingObserver> observe(const Tree& tree, ProcessProgressionTreeNode* node, unsigned int period)
+{
+  auto observer = std::make_unique<RecordingObserver>(observableOf(tree.root, node), period);
+  observer->onObservableChanged();
+  return observer;
+}
+
+// The readings of a progression whose counters only grow never go down.
+bool isNonDecreasingFraction(const std::vector<double>& values)
+{
+  for (std::size_t index = 0; index < values.size(); ++index) {
+    if (values[index] < 0.0 || values[index] > 1.0 || (index > 0 && values[index] < values[index - 1])) {
+      return false;
+    }
+  }
+  return true;
+}
+
+} // namespace
+
+TEST(ProgressionStress, ObserversComeAndGoOnEveryLevelWhileGrandchildrenCount)
+{
+  AssertRecorder recorder;
+  Tree tree;
+  auto rootToken = tree.root->getToken();
+  const std::vector<ProcessProgressionTreeNode*> nodes = tree.nodes();
+
+  // One observer per node stays from start to end.
+  std::vector<std::unique_ptr<RecordingObserver>> lasting;
+  for (ProcessProgressionTreeNode* node : nodes) {
+    lasting.push_back(observe(tree, node, 10));
+  }
+
+  std::atomic<bool> churnDone{false};
+  std::atomic<int> badReadings{0};
+  std::atomic<std::size_t> churnDeliveries{0};
+
+  // Each worker advances the two counters under one parent, one with ++ and
+  // one with +=, until the observers have come and gone.
+  auto work = [&](ProcessProgressionLinear* single, ProcessProgressionLinear* batched) {
+    unsigned long long rounds = 0;
+    while (!churnDone.load() || rounds < 1000) {
+      ++*single;
+      *batched += 3;
+      ++rounds;
+      if (rounds % 64 == 0) {
+        std::this_thread::yield();
+      }
+    }
+  };
+  std::thread firstWorker(work, tree.counters[0], tree.counters[1]);
+  std::thread secondWorker(work, tree.counters[2], tree.counters[3]);
+
+  std::thread churn([&] {
+    constexpr unsigned int PERIODS[] = {10, 15, 25};
+    std::deque<std::unique_ptr<RecordingObserver>> live;
+    for (std::size_t round = 0; round < 6 * nodes.size(); ++round) {
+      live.push_back(observe(tree, nodes[round % nodes.size()], PERIODS[round % 3]));
+      std::this_thread::sleep_for(5ms);
+      if (live.size() > 8) {
+        std::unique_ptr<RecordingObserver> leaving = std::move(live.front());
+        live.pop_front();
+        if (round % 2 == 0) {
+          leaving->stopObserving();
+        }
+        const std::vector<double> values = leaving->values();
+        leaving.reset();
+        churnDeliveries += values.size();
+        if (!isNonDecreasingFraction(values)) {
+          ++badReadings;
+        }
+      }
+    }
+    for (const auto& observer : live) {
+      const std::vector<double> values = observer->values();
+      churnDeliveries += values.size();
+      if (!isNonDecreasingFraction(values)) {
+        ++badReadings;
+      }
+    }
+    live.clear();
+    churnDone.store(true);
+  });
+
+  churn.join();
+  firstWorker.join();
+  secondWorker.join();
+  rootToken.reset();
+
+  EXPECT_EQ(badReadings.load(), 0);
+  EXPECT_GT(churnDeliveries.load(), 0u);
+  EXPECT_EQ(tree.root->captureProgression(), 1.0);
+  for (std::size_t index = 0; index < nodes.size(); ++index) {
+    const double last = nodes[index]->captureProgression();
+    EXPECT_TRUE(lasting[index]->waitForLast(last)) << "node " << index << " should end on " << last;
+    EXPECT_TRUE(isNonDecreasingFraction(lasting[index]->values())) << "node " << index;
+  }
+  EXPECT_GT(nodes[1]->captureProgression(), 0.0);
+  EXPECT_LT(nodes[1]->captureProgression(), 1.0);
+  lasting.clear();
+  EXPECT_TRUE(recorder.reports().empty());
+}
