@@ -1,0 +1,311 @@
+// What only POSIX systems have: the splitting of the command line into
+// words, descriptors inherited by children, zombies and signals.
+#include "LogLines.h"
+
+#include <Core/Logging/LoggingCallback.h>
+#include <Core/Process/CancelationToken.h>
+#include <Core/Process/System.h>
+#include <TemporaryDirectory.h>
+
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <cstddef>
+#include <filesystem>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include <arpa/inet.h>
+#include <fcntl.h>
+#include <linux/audit.h>
+#include <linux/filter.h>
+#include <linux/seccomp.h>
+#include <netinet/in.h>
+#include <sys/prctl.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace Logging = Orvan::Core::Logging;
+namespace System = Orvan::Core::System;
+using Logging::LoggingType;
+using Orvan::Core::Process::CancelationToken;
+using Orvan::Testing::LogLine;
+using Orvan::Testing::LogLines;
+using Orvan::Testing::readFile;
+using Orvan::Testing::TemporaryDirectory;
+using Lines = std::vector<LogLine>;
+
+namespace {
+
+std::size_t openDescriptorCount()
+{
+  std::size_t count = 0;
+  for ([[maybe_unused]] const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
+    ++count;
+  }
+  return count;
+}
+
+// True when this process has no child at all, running or zombie.
+bool hasNoChild()
+{
+  int status = 0;
+  return ::waitpid(-1, &status, WNOHANG) == -1 && errno == ECHILD;
+}
+
+// A command that writes its arguments, each in brackets, into `file`
+// (relative to its working directory).
+std::string printingArguments(const std::string& file, const std::string& arguments)
+{
+  return "sh -c 'for a in \"$@\"; do printf \"[%s]\" \"$a\"; done > " + file + "' sh " + arguments;
+}
+
+LogLine failedStartLine(int error)
+{
+  return {LoggingType::Error, "CreateProcess : Cannot initialize process, error code : " + std::to_string(error)};
+}
+
+// A descriptor pair that a child could inherit: both ends of a loopback TCP
+// connection, opened without close-on-exec.
+struct InheritableConnection {
+  int listener = ::socket(AF_INET, SOCK_STREAM, 0);
+  int client = ::socket(AF_INET, SOCK_STREAM, 0);
+  int server = -1;
+
+  InheritableConnection()
+  {
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t length = sizeof address;
+    if (::bind(listener, reinterpret_cast<sockaddr*>(&address), length) != 0 || ::listen(listener, 1) != 0 ||
+        ::getsockname(listener, reinterpret_cast<sockaddr*>(&address), &length) != 0 ||
+        ::connect(client, reinterpret_cast<sockaddr*>(&address), length) != 0) {
+      return;
+    }
+    server = ::accept(listener, nullptr, nullptr);
+  }
+  ~InheritableConnection()
+  {
+    for (int descriptor : {listener, client, server}) {
+      if (descriptor >= 0) {
+        ::close(descriptor);
+      }
+    }
+  }
+  InheritableConnection(const InheritableConnection&) = delete;
+  InheritableConnection& operator=(const InheritableConnection&) = delete;
+};
+
+std::string socketName(int descriptor)
+{
+  struct stat status {};
+  ::fstat(descriptor, &status);
+  return "socket:[" + std::to_string(status.st_ino) + "]";
+}
+
+} // namespace
+
+class SystemRunPosix : public ::testing::Test {
+protected:
+  std::shared_ptr<LogLines> log = std::make_shared<LogLines>();
+
+  void SetUp() override
+  {
+    Logging::sLoggingFunction = nullptr;
+    Logging::setLogger(log);
+  }
+
+  void TearDown() override { Logging::setLogger({}); }
+};
+
+TEST_F(SystemRunPosix, WordsFollowTheShellsQuotingRulesWithoutExpansion)
+{
+  const TemporaryDirectory directory;
+  const std::string command =
+      printingArguments("words.txt", R"(plain "two words" 'single $HOME' "a\"b" 'c\d' e\ f g\h "x\y" "" '' *.txt $HOME `id` ;|>)");
+  EXPECT_EQ(System::run(command, directory.path().string(), nullptr), 0ULL);
+  EXPECT_EQ(readFile(directory / "words.txt"),
+            R"([plain][two words][single $HOME][a"b][c\d][e f][gh][x\y][][][*.txt][$HOME][`id`][;|>])");
+}
+
+TEST_F(SystemRunPosix, BlanksOfAnyKindSeparateWordsAndBackslashNewlineJoins)
+{
+  const TemporaryDirectory directory;
+  const std::string command = printingArguments("words.txt", "  one\t\ttwo\nthree fo\\\nur  trailing\\");
+  EXPECT_EQ(System::run(command, directory.path().string(), nullptr), 0ULL);
+  EXPECT_EQ(readFile(directory / "words.txt"), R"([one][two][three][four][trailing\])");
+}
+
+TEST_F(SystemRunPosix, UnbalancedQuotesFailLikeAFailedStart)
+{
+  for (const std::string command : {"sh -c 'exit 3", "echo \"open", "echo \"escaped\\\"", "   ", "\t\n"}) {
+    log = std::make_shared<LogLines>();
+    Logging::setLogger(log);
+    EXPECT_EQ(System::run(command, "", nullptr), 0ULL) << command;
+    const Lines lines = log->lines();
+    ASSERT_EQ(lines.size(), 5U) << command;
+    EXPECT_EQ(lines[1], failedStartLine(EINVAL)) << command;
+  }
+}
+
+TEST_F(SystemRunPosix, LoggedProcessIdIsTheChilds)
+{
+  const TemporaryDirectory directory;
+  EXPECT_EQ(System::run("sh -c 'echo $$ > pid.txt'", directory.path().string(), nullptr), 0ULL);
+  const Lines lines = log->lines();
+  ASSERT_GE(lines.size(), 2U);
+  EXPECT_EQ(lines[1].text, "CreateProcess successful. Process ID " + readFile(directory / "pid.txt").substr(0, readFile(directory / "pid.txt").size() - 1));
+}
+
+TEST_F(SystemRunPosix, ProgramEndedBySignalReports128PlusTheSignal)
+{
+  EXPECT_EQ(System::run("sh -c 'kill -9 $$'", "", nullptr), 137ULL);
+  EXPECT_EQ(log->lines().back(), (LogLine{LoggingType::Info, "Process exited with non-zero code (dec / hex) : 137 / 89"}));
+}
+
+TEST_F(SystemRunPosix, ChildFindsTheProgramThroughPath)
+{
+  EXPECT_EQ(System::run("false", "", nullptr), 1ULL);
+  EXPECT_EQ(System::run("/bin/sh -c 'exit 7'", "", nullptr), 7ULL);
+}
+
+TEST_F(SystemRunPosix, ChildInheritsNoDescriptorBeyondTheStandardOnes)
+{
+  const TemporaryDirectory directory;
+  // Opened without close-on-exec on purpose: the runner must not rely on it.
+  const std::filesystem::path logFile = directory / "host.log";
+  const int logDescriptor = ::open(logFile.c_str(), O_WRONLY | O_CREAT, 0600);
+  ASSERT_GE(logDescriptor, 3);
+  const InheritableConnection connection;
+  ASSERT_GE(connection.server, 0);
+
+  EXPECT_EQ(System::run("sh -c 'ls -l /proc/$$/fd/ > descriptors.txt'", directory.path().string(), nullptr), 0ULL);
+  const std::string listing = readFile(directory / "descriptors.txt");
+  EXPECT_EQ(listing.find("host.log"), std::string::npos) << listing;
+  EXPECT_EQ(listing.find(socketName(connection.client)), std::string::npos) << listing;
+  EXPECT_EQ(listing.find(socketName(connection.server)), std::string::npos) << listing;
+  EXPECT_EQ(listing.find("socket:"), std::string::npos) << listing;
+  EXPECT_NE(listing.find("descriptors.txt"), std::string::npos) << listing;
+  ::close(logDescriptor);
+}
+
+TEST_F(SystemRunPosix, FiveHundredRunsLeaveNoZombieAndNoDescriptor)
+{
+  Logging::setLogger({});
+  ASSERT_EQ(System::run("true", "", nullptr), 0ULL);
+  ASSERT_TRUE(hasNoChild());
+  const std::size_t before = openDescriptorCount();
+  for (int i = 0; i < 500; ++i) {
+    ASSERT_EQ(System::run(i % 2 == 0 ? "true" : "false", "", nullptr), i % 2 == 0 ? 0ULL : 1ULL) << i;
+  }
+  EXPECT_EQ(openDescriptorCount(), before);
+  EXPECT_TRUE(hasNoChild());
+}
+
+TEST_F(SystemRunPosix, CancelledRunLeavesNoZombieAndNoDescriptor)
+{
+  const std::size_t before = openDescriptorCount();
+  CancelationToken token;
+  token.requestCancel();
+  EXPECT_EQ(System::run("sleep 30", "", &token), std::nullopt);
+  EXPECT_EQ(openDescriptorCount(), before);
+  EXPECT_TRUE(hasNoChild());
+}
+
+TEST_F(SystemRunPosix, FailedStartsLeaveNoZombieAndNoDescriptor)
+{
+  const std::size_t before = openDescriptorCount();
+  EXPECT_EQ(System::run("orvan-no-such-program-7c1e", "", nullptr), 0ULL);
+  EXPECT_EQ(System::run("true", "/nonexistent/orvan/directory", nullptr), 0ULL);
+  EXPECT_EQ(System::run("'unbalanced", "", nullptr), 0ULL);
+  EXPECT_EQ(System::run("", "", nullptr), 0ULL);
+  EXPECT_EQ(openDescriptorCount(), before);
+  EXPECT_TRUE(hasNoChild());
+}
+
+TEST_F(SystemRunPosix, ExceptionFromTheLoggerLeavesNoZombie)
+{
+  log->setHook([](const LogLine& line) {
+    if (line.text.rfind("CreateProcess successful", 0) == 0) {
+      throw std::runtime_error("logger failure");
+    }
+  });
+  const std::size_t before = openDescriptorCount();
+  EXPECT_THROW(System::run("sh -c 'exit 4'", "", nullptr), std::runtime_error);
+  EXPECT_EQ(openDescriptorCount(), before);
+  EXPECT_TRUE(hasNoChild());
+}
+
+namespace {
+
+// In a forked copy of this process where the system refuses process
+// descriptors, runs the checks and reports through the exit status: 0 when
+// they hold, 2 when the refusal could not be installed, 1 otherwise.
+int runWithoutProcessDescriptors()
+{
+  sock_filter filter[] = {
+      BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, arch)),
+      BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, AUDIT_ARCH_X86_64, 1, 0),
+      BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW),
+      BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
+      BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_pidfd_open, 0, 1),
+      BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | ENOSYS),
+      BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW),
+  };
+  sock_fprog program{static_cast<unsigned short>(sizeof filter / sizeof filter[0]), filter};
+  if (::prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) != 0 || ::prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &program) != 0) {
+    return 2;
+  }
+  if (::syscall(SYS_pidfd_open, ::getpid(), 0) != -1 || errno != ENOSYS) {
+    return 2;
+  }
+
+  auto log = std::make_shared<LogLines>();
+  Logging::setLogger(log);
+  bool good = System::run("sh -c 'exit 3'", "", nullptr) == 3ULL;
+  good = good && System::run("sleep 1.2", "", nullptr) == 0ULL;
+  CancelationToken token;
+  token.requestCancel();
+  good = good && System::run("sleep 30", "", &token) == std::nullopt;
+  good = good && hasNoChild();
+  const Lines lines = LogLines::withoutProcessId(log->lines());
+  const Lines expected{
+      {LoggingType::Info, "Running: 'sh -c 'exit 3''\n\tfrom: ''"},
+      {LoggingType::Info, "CreateProcess successful. Process ID <id>"},
+      {LoggingType::Info, "WAIT_OBJECT_0 : Process state signaled"},
+      {LoggingType::Info, "Process exited with non-zero code (dec / hex) : 3 / 3"},
+      {LoggingType::Info, "Running: 'sleep 1.2'\n\tfrom: ''"},
+      {LoggingType::Info, "CreateProcess successful. Process ID <id>"},
+      {LoggingType::Info, "WAIT_OBJECT_0 : Process state signaled"},
+      {LoggingType::Info, "Process exit code (0) indicates success"},
+      {LoggingType::Info, "Running: 'sleep 30'\n\tfrom: ''"},
+      {LoggingType::Info, "CreateProcess successful. Process ID <id>"},
+      {LoggingType::Info, "Cancellation of process is requested"},
+      {LoggingType::Info, "TerminateProcess called with success"},
+  };
+  return good && lines == expected ? 0 : 1;
+}
+
+} // namespace
+
+TEST_F(SystemRunPosix, WorksWhereTheSystemRefusesProcessDescriptors)
+{
+  const pid_t child = ::fork();
+  ASSERT_GE(child, 0);
+  if (child == 0) {
+    ::_exit(runWithoutProcessDescriptors());
+  }
+  int status = 0;
+  ASSERT_EQ(::waitpid(child, &status, 0), child);
+  ASSERT_TRUE(WIFEXITED(status));
+  if (WEXITSTATUS(status) == 2) {
+    GTEST_SKIP() << "process descriptors cannot be refused here";
+  }
+  EXPECT_EQ(WEXITSTATUS(status), 0);
+}
