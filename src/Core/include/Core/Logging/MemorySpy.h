@@ -1,0 +1,67 @@
+#pragma once
+
+#include <Core/Export.h>
+#include <Core/Logging/Logger.h>
+
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <thread>
+
+namespace Orvan::Core::Logging {
+
+// One reading of the machine's and the process's memory use, in bytes.
+struct MemoryUsageCapture {
+  // Commit limit of the machine and the memory committed on it.
+  std::uint64_t virtualTotal = 0;
+  std::uint64_t virtualUsed = 0;
+  // Private memory of this process.
+  std::uint64_t virtualUsedByApplication = 0;
+  // Installed physical memory and the part of it in use.
+  std::uint64_t physicalTotal = 0;
+  std::uint64_t physicalUsed = 0;
+  // Resident set (working set) of this process.
+  std::uint64_t physicalUsedByApplication = 0;
+};
+
+// Samples the memory use on a thread of its own and hands each sample, as one
+// "[MEMORY] Virtual: ..." line, to a logger at the verbose level. A file
+// logger runs one for each call of its attachMemorySpyer; hosts use the
+// one-shot captureMemoryUsage.
+class MemorySpy {
+public:
+  // A period of zero or less samples back to back.
+  MemorySpy(Logger& logger, std::chrono::milliseconds period);
+  MemorySpy(const MemorySpy&) = delete;
+  MemorySpy& operator=(const MemorySpy&) = delete;
+
+  // Stops and joins the sampling thread; when the stop lands while a sample
+  // is being taken, this may wait up to one period.
+  ~MemorySpy();
+
+  // Starts the sampling thread, which takes its first sample at once. A spy
+  // starts once only.
+  void start();
+
+  // Ends the current pause between samples, so that the next sample is taken
+  // now. A call made while a sample is being taken has no effect.
+  void wakeUp();
+
+  // Reads the memory figures now.
+  ORVAN_CORE_EXPORT static MemoryUsageCapture captureMemoryUsage();
+
+private:
+  void samplingLoop();
+
+  Logger& logger;
+  std::unique_ptr<std::thread> spyerThread;
+  std::mutex mutex;
+  std::condition_variable condition;
+  std::atomic<bool> stopRequested;
+  std::chrono::milliseconds period;
+};
+
+} // namespace Orvan::Core::Logging

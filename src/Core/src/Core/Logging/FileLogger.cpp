@@ -1,0 +1,213 @@
+#include <Core/Logging/FileLogger.h>
+#include <Core/Logging/LoggingType.h>
+#include <Core/Logging/MemorySpy.h>
+#include <Core/Version.h>
+#include <Utils/FileHelper.h>
+
+#include "Logging/LevelText.h"
+#include "Logging/MemoryText.h"
+#include "Platform/LocalTime.h"
+#include "Platform/ThreadId.h"
+
+#include <algorithm>
+#include <cstring>
+#include <ctime>
+#include <fstream>
+#include <iomanip>
+#include <iostream>
+#include <limits>
+#include <locale>
+#include <mutex>
+#include <sstream>
+
+// Every line is "HH:MM:SS.mmm [LEVEL  ] [thread] message" and is flushed at
+// once. The prefix is built in a small buffer without any stream formatting:
+// the time of day is formatted once per second and reused, and each thread
+// formats its own number once. So a line costs little more than the one
+// write of the flush.
+
+namespace Orvan::Core::Logging {
+
+namespace {
+
+// Long enough for any prefix: the time text, ".mmm", the bracketed word and
+// a thread number of up to twenty digits.
+constexpr std::size_t PREFIX_CAPACITY = 128;
+constexpr std::size_t TIME_CAPACITY = 64;
+
+// The calling thread's number, right-aligned in a field of six blanks and
+// never cut, formatted the first time the thread writes a line.
+struct ThreadNumberText {
+  char text[24];
+  std::size_t length = 0;
+};
+
+const ThreadNumberText& threadNumberText()
+{
+  thread_local ThreadNumberText cached;
+  if (cached.length == 0) {
+    char digits[24];
+    std::size_t count = 0;
+    unsigned long long number = Platform::currentThreadId();
+    do {
+      digits[count++] = static_cast<char>('0' + number % 10);
+      number /= 10;
+    } while (number != 0);
+    while (cached.length + count < 6) {
+      cached.text[cached.length++] = ' ';
+    }
+    while (count != 0) {
+      cached.text[cached.length++] = digits[--count];
+    }
+  }
+  return cached;
+}
+
+std::string formatLocalTime(std::time_t time, const char* pattern)
+{
+  const std::tm local = Platform::localTime(time);
+  std::ostringstream text;
+  text.imbue(std::locale::classic());
+  text << std::put_time(&local, pattern);
+  return text.str();
+}
+
+} // namespace
+
+struct FileLogger::Impl {
+  std::unique_ptr<std::ofstream> stream;
+  std::mutex mutex;
+  std::unique_ptr<MemorySpy> memorySpy;
+
+  // The "%X" text of the second `cachedSecond`; guarded by `mutex` once the
+  // head is written.
+  std::time_t cachedSecond = std::numeric_limits<std::time_t>::min();
+  char cachedTime[TIME_CAPACITY] = {};
+  std::size_t cachedTimeLength = 0;
+
+  // Formats the prefix into `buffer` and returns its length. The clock is
+  // read once: the time of day and the milliseconds come from one reading.
+  std::size_t formatPrefix(char* buffer, const char* word, std::size_t wordLength)
+  {
+    const auto sinceEpoch = std::chrono::duration_cast<std::chrono::milliseconds>(
+                                std::chrono::system_clock::now().time_since_epoch())
+                                .count();
+    auto seconds = sinceEpoch / 1000;
+    auto milliseconds = sinceEpoch % 1000;
+    if (milliseconds < 0) {
+      seconds -= 1;
+      milliseconds += 1000;
+    }
+    if (static_cast<std::time_t>(seconds) != cachedSecond) {
+      const std::string text = formatLocalTime(static_cast<std::time_t>(seconds), "%X");
+      cachedTimeLength = std::min(text.size(), TIME_CAPACITY);
+      std::memcpy(cachedTime, text.data(), cachedTimeLength);
+      cachedSecond = static_cast<std::time_t>(seconds);
+    }
+
+    std::size_t length = 0;
+    const auto append = [&](const char* text, std::size_t size) {
+      std::memcpy(buffer + length, text, size);
+      length += size;
+    };
+    append(cachedTime, cachedTimeLength);
+    const char fraction[4] = {'.', static_cast<char>('0' + milliseconds / 100),
+                              static_cast<char>('0' + milliseconds / 10 % 10),
+                              static_cast<char>('0' + milliseconds % 10)};
+    append(fraction, sizeof(fraction));
+    append(" [", 2);
+    append(word, wordLength);
+    append("] [", 3);
+    const ThreadNumberText& thread = threadNumberText();
+    append(thread.text, thread.length);
+    append("] ", 2);
+    return length;
+  }
+
+  // Prefix, message as it stands, line end, flush. The caller holds the
+  // mutex, except while the head is written.
+  void writeLine(const char* word, std::size_t wordLength, const char* message, std::size_t messageLength)
+  {
+    char prefix[PREFIX_CAPACITY];
+    const std::size_t prefixLength = formatPrefix(prefix, word, wordLength);
+    stream->write(prefix, static_cast<std::streamsize>(prefixLength));
+    stream->write(message, static_cast<std::streamsize>(messageLength));
+    stream->put('\n');
+    stream->flush();
+  }
+
+  void writeLockedLine(LoggingType type, const std::string& message)
+  {
+    if (!stream) {
+      return;
+    }
+    const std::lock_guard lock(mutex);
+    writeLine(levelWord(type), 7, message.data(), message.size());
+  }
+};
+
+FileLogger::FileLogger(const std::string& path)
+    : impl(std::make_unique<Impl>())
+{
+  auto stream = std::make_unique<std::ofstream>(Utils::FileHelper::toPath(path));
+  if (!stream->is_open()) {
+    std::cerr << "Failed to open file " << path << ". Logging is disabled\n";
+    return;
+  }
+  stream->imbue(std::locale::classic());
+  impl->stream = std::move(stream);
+
+  // The head: "[Y-m-d X]" and the local date and time, then the version.
+  *impl->stream << "[Y-m-d X]" << formatLocalTime(std::time(nullptr), "%Y-%m-%d %X") << std::endl;
+  impl->writeLine("VERSION ", 8, VERSION, std::strlen(VERSION));
+}
+
+FileLogger::~FileLogger()
+{
+  // The spy's thread writes into this logger: it is stopped before anything
+  // else goes.
+  impl->memorySpy.reset();
+}
+
+void FileLogger::info(const std::string& message)
+{
+  impl->writeLockedLine(LoggingType::Info, message);
+}
+
+void FileLogger::warning(const std::string& message)
+{
+  impl->writeLockedLine(LoggingType::Warning, message);
+}
+
+void FileLogger::error(const std::string& message)
+{
+  impl->writeLockedLine(LoggingType::Error, message);
+}
+
+void FileLogger::debug(const std::string& message)
+{
+  impl->writeLockedLine(LoggingType::Debug, message);
+}
+
+void FileLogger::verbose(const std::string& message)
+{
+  impl->writeLockedLine(LoggingType::Verbose, message);
+}
+
+void FileLogger::triggerLogMemory()
+{
+  if (impl->memorySpy) {
+    impl->memorySpy->wakeUp();
+  }
+}
+
+void FileLogger::attachMemorySpyer(std::chrono::milliseconds period)
+{
+  impl->writeLockedLine(LoggingType::Verbose, MEMORY_LEGEND);
+  // Replacing the spy stops and joins the previous one before the new one
+  // starts.
+  impl->memorySpy = std::make_unique<MemorySpy>(*this, period);
+  impl->memorySpy->start();
+}
+
+} // namespace Orvan::Core::Logging

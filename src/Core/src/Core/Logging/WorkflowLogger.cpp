@@ -1,0 +1,106 @@
+#include <Core/Logging/LoggingCallback.h>
+#include <Core/Logging/LoggingCallbackPrivate.h>
+#include <Core/Logging/LoggingType.h>
+#include <Core/Logging/WorkflowLogger.h>
+#include <Utils/CoreAssert.h>
+
+#include <algorithm>
+
+namespace Orvan::Core::Logging {
+
+std::map<std::thread::id, unsigned int> WorkflowLogger::indentations;
+std::mutex WorkflowLogger::indentationsMutex;
+
+namespace {
+
+// Deeper levels only arise from a step that ends on a thread with no open
+// step, where the level wraps below zero: the indentation text stays bounded
+// rather than growing to billions of tabs.
+constexpr unsigned int MAX_INDENTATION = 64;
+
+std::string indentation(unsigned int level)
+{
+  return std::string(std::min(level, MAX_INDENTATION), '\t');
+}
+
+} // namespace
+
+WorkflowLogger::WorkflowLogger(const std::string& name, bool debugOnly)
+    : debugOnly(debugOnly)
+    , name(name)
+{
+  const std::thread::id thisId = std::this_thread::get_id();
+  std::string indent;
+  {
+    const std::lock_guard lock(indentationsMutex);
+    unsigned int& level = indentations[thisId];
+    indent = indentation(level);
+    ++level;
+  }
+  send(indent + "===> " + this->name);
+}
+
+WorkflowLogger::WorkflowLogger(const WorkflowLogger& other) = default;
+
+WorkflowLogger& WorkflowLogger::operator=(const WorkflowLogger& other) = default;
+
+WorkflowLogger::~WorkflowLogger()
+{
+  const std::thread::id thisId = std::this_thread::get_id();
+  checkStepIsOpen(thisId);
+  std::string indent;
+  {
+    const std::lock_guard lock(indentationsMutex);
+    unsigned int& level = indentations[thisId];
+    --level;
+    indent = indentation(level);
+  }
+  send(indent + "<=== " + name + " " + chronometer.elapsedTimeAsStr());
+}
+
+void WorkflowLogger::traceIntermediate(const std::string& text)
+{
+  const std::thread::id thisId = std::this_thread::get_id();
+  checkStepIsOpen(thisId);
+  std::string indent;
+  {
+    const std::lock_guard lock(indentationsMutex);
+    indent = indentation(indentations[thisId]);
+  }
+  // Always at Info level with a memory line, whatever debugOnly says.
+  logMessage(LoggingType::Info, indent, name, "/", text, " ", chronometer.elapsedTimeAsStr());
+  triggerLogMemory();
+}
+
+// The table is read under the mutex, but the reports are made after it is
+// released: an assertion handler may log, and may even trace a step.
+void WorkflowLogger::checkStepIsOpen(std::thread::id thisId)
+{
+  bool known = false;
+  bool open = false;
+  {
+    const std::lock_guard lock(indentationsMutex);
+    const auto entry = indentations.find(thisId);
+    known = entry != indentations.end();
+    open = known && entry->second != 0;
+  }
+  if (!known) {
+    CoreAssert::assertFailed("CORE_ASSERT failed: 'indentations.find(thisId) != indentations.end()'", __FILE__,
+                             __LINE__);
+  }
+  if (!open) {
+    CoreAssert::assertFailed("CORE_ASSERT failed: 'indentations[thisId] != 0'", __FILE__, __LINE__);
+  }
+}
+
+void WorkflowLogger::send(const std::string& line) const
+{
+  if (debugOnly) {
+    logMessage(LoggingType::Debug, line);
+  } else {
+    logMessage(LoggingType::Info, line);
+    triggerLogMemory();
+  }
+}
+
+} // namespace Orvan::Core::Logging
