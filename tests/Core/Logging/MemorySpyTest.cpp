@@ -1,0 +1,282 @@
+// The sampling thread of a memory spy is internal to the library; this
+// program builds it from its source, so these tests drive it directly.
+#include "LogFile.h"
+
+#include <Core/Logging/Logger.h>
+#include <Core/Logging/MemorySpy.h>
+#include <Utils/CoreAssert.h>
+#include <WaitFor.h>
+
+#include "Logging/MemoryText.h"
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <condition_variable>
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+using Orvan::Core::Logging::formatMemorySize;
+using Orvan::Core::Logging::formatMemoryUsage;
+using Orvan::Core::Logging::MemorySpy;
+using Orvan::Core::Logging::MemoryUsageCapture;
+using Orvan::Testing::isMemorySample;
+using Orvan::Testing::waitFor;
+using namespace std::chrono_literals;
+using Clock = std::chrono::steady_clock;
+
+namespace {
+
+constexpr std::uint64_t KIB = 1024;
+constexpr std::uint64_t MIB = 1024 * KIB;
+constexpr std::uint64_t GIB = 1024 * MIB;
+
+// Keeps the verbose lines it receives with the moment they arrived; other
+// levels are not expected from a spy.
+class SampleRecorder : public Orvan::Core::Logging::Logger {
+public:
+  struct Sample {
+    Clock::time_point arrival;
+    std::string text;
+  };
+
+  void info(const std::string& message) override { unexpected("info " + message); }
+  void warning(const std::string& message) override { unexpected("warning " + message); }
+  void error(const std::string& message) override { unexpected("error " + message); }
+  void debug(const std::string& message) override { unexpected("debug " + message); }
+  void triggerLogMemory() override { unexpected("triggerLogMemory"); }
+
+  void verbose(const std::string& message) override
+  {
+    const std::lock_guard lock(mutex);
+    samples.push_back({Clock::now(), message});
+  }
+
+  std::vector<Sample> received() const
+  {
+    const std::lock_guard lock(mutex);
+    return samples;
+  }
+
+  std::size_t count() const { return received().size(); }
+
+private:
+  void unexpected(const std::string& call)
+  {
+    const std::lock_guard lock(mutex);
+    samples.push_back({Clock::now(), "unexpected " + call});
+  }
+
+  mutable std::mutex mutex;
+  std::vector<Sample> samples;
+};
+
+// Holds every sample in verbose() until released, so that the spy can be
+// caught while it is logging.
+class BlockingLogger : public SampleRecorder {
+public:
+  void verbose(const std::string& message) override
+  {
+    SampleRecorder::verbose(message);
+    std::unique_lock lock(gate);
+    opened.wait(lock, [this] { return open; });
+  }
+
+  void release()
+  {
+    {
+      const std::lock_guard lock(gate);
+      open = true;
+    }
+    opened.notify_all();
+  }
+
+private:
+  std::mutex gate;
+  std::condition_variable opened;
+  bool open = false;
+};
+
+struct SecondStart {};
+
+} // namespace
+
+TEST(MemorySize, AboveTenGibibytesShowsWholeGigabytes)
+{
+  EXPECT_EQ(formatMemorySize(16 * GIB), "16GB");
+  EXPECT_EQ(formatMemorySize(10 * GIB + 1), "10GB");
+  EXPECT_EQ(formatMemorySize(10737418241ull), "10GB");
+  EXPECT_EQ(formatMemorySize(1024 * GIB + 5 * MIB), "1024GB");
+}
+
+TEST(MemorySize, BetweenHundredMebibytesAndTenGibibytesShowsMegabytes)
+{
+  EXPECT_EQ(formatMemorySize(8 * GIB), "8 000MB");
+  EXPECT_EQ(formatMemorySize(GIB + GIB / 2), "1 512MB");
+  EXPECT_EQ(formatMemorySize(512 * MIB), "512MB");
+  EXPECT_EQ(formatMemorySize(100 * MIB + 1), "100MB");
+  EXPECT_EQ(formatMemorySize(GIB + 1), "1 000MB");
+  EXPECT_EQ(formatMemorySize(3 * GIB + 7 * MIB + 999 * KIB), "3 007MB");
+}
+
+TEST(MemorySize, UpToHundredMebibytesShowsKilobytes)
+{
+  EXPECT_EQ(formatMemorySize(50 * MIB + 20 * KIB), "50 020KB");
+  EXPECT_EQ(formatMemorySize(5 * KIB), "005KB");
+  EXPECT_EQ(formatMemorySize(MIB + 1), "1 000KB");
+  EXPECT_EQ(formatMemorySize(1023), "000KB");
+  EXPECT_EQ(formatMemorySize(0), "000KB");
+}
+
+TEST(MemorySize, BoundariesAreStrict)
+{
+  EXPECT_EQ(formatMemorySize(1048576), "000KB");
+  EXPECT_EQ(formatMemorySize(1073741824), "000MB");
+  EXPECT_EQ(formatMemorySize(104857600), "100 000KB");
+  EXPECT_EQ(formatMemorySize(10737418240ull), "10 000MB");
+  EXPECT_EQ(formatMemorySize(10737418241ull), "10GB");
+}
+
+TEST(MemorySampleLine, SixFiguresSeparatedByTabsWithNoTrailingTab)
+{
+  MemoryUsageCapture usage;
+  usage.virtualTotal = 16 * GIB;
+  usage.virtualUsed = 8 * GIB;
+  usage.virtualUsedByApplication = 50 * MIB + 20 * KIB;
+  usage.physicalTotal = 12 * GIB;
+  usage.physicalUsed = GIB + GIB / 2;
+  usage.physicalUsedByApplication = 5 * KIB;
+  EXPECT_EQ(formatMemoryUsage(usage),
+            "[MEMORY] Virtual: 16GB\t8 000MB\t50 020KB\tPhysical:12GB\t1 512MB\t005KB");
+}
+
+TEST(MemorySpy, TakesItsFirstSampleRightAfterStart)
+{
+  SampleRecorder logger;
+  MemorySpy spy(logger, 1h);
+  spy.start();
+  // Long before the hour of the period.
+  ASSERT_TRUE(waitFor([&] { return logger.count() >= 1; }));
+  const auto samples = logger.received();
+  EXPECT_EQ(samples.size(), 1u);
+  EXPECT_TRUE(isMemorySample(samples.front().text)) << samples.front().text;
+}
+
+TEST(MemorySpy, PeriodOfZeroSamplesBackToBack)
+{
+  SampleRecorder logger;
+  MemorySpy spy(logger, 0ms);
+  spy.start();
+  EXPECT_TRUE(waitFor([&] { return logger.count() >= 100; }));
+}
+
+TEST(MemorySpy, NegativePeriodSamplesBackToBack)
+{
+  SampleRecorder logger;
+  MemorySpy spy(logger, -5ms);
+  spy.start();
+  EXPECT_TRUE(waitFor([&] { return logger.count() >= 100; }));
+}
+
+TEST(MemorySpy, WakeUpDuringAPauseSamplesAtOnceAndTheNextSampleFollowsAFullPeriodLater)
+{
+  const auto period = 1500ms;
+  SampleRecorder logger;
+  MemorySpy spy(logger, period);
+  spy.start();
+  ASSERT_TRUE(waitFor([&] { return logger.count() == 1; }));
+  // A wake-up that lands before the pause has begun is lost: repeat it until
+  // the sample shows.
+  ASSERT_TRUE(waitFor([&] {
+    spy.wakeUp();
+    return waitFor([&] { return logger.count() >= 2; }, 20ms);
+  }));
+  ASSERT_TRUE(waitFor([&] { return logger.count() >= 3; }));
+
+  const auto samples = logger.received();
+  EXPECT_LT(samples[1].arrival - samples[0].arrival, period) << "the wake-up cut the pause short";
+  // A full pause follows the woken sample (with slack for coarse timers).
+  EXPECT_GE(samples[2].arrival - samples[1].arrival, period - 50ms);
+  for (const auto& sample : samples) {
+    EXPECT_TRUE(isMemorySample(sample.text)) << sample.text;
+  }
+}
+
+TEST(MemorySpy, WakeUpBeforeStartHasNoEffect)
+{
+  SampleRecorder logger;
+  MemorySpy spy(logger, 1h);
+  spy.wakeUp();
+  EXPECT_EQ(logger.count(), 0u);
+}
+
+TEST(MemorySpy, DestroyingAWaitingSpyReturnsPromptly)
+{
+  SampleRecorder logger;
+  auto spy = std::make_unique<MemorySpy>(logger, 1h);
+  spy->start();
+  ASSERT_TRUE(waitFor([&] { return logger.count() == 1; }));
+  const auto start = Clock::now();
+  spy.reset();
+  EXPECT_LT(Clock::now() - start, 30s); // far below the hour of the period
+  EXPECT_EQ(logger.count(), 1u);
+}
+
+TEST(MemorySpy, DestroyingASamplingSpyWaitsAtMostOnePeriod)
+{
+  const auto period = 1s;
+  BlockingLogger logger;
+  auto spy = std::make_unique<MemorySpy>(logger, period);
+  spy->start();
+  ASSERT_TRUE(waitFor([&] { return logger.count() == 1; })); // now held inside verbose()
+
+  const auto start = Clock::now();
+  std::thread destroyer([&] { spy.reset(); });
+  logger.release();
+  destroyer.join();
+  EXPECT_LT(Clock::now() - start, period + 30s);
+  EXPECT_LE(logger.count(), 2u);
+}
+
+TEST(MemorySpy, DestroyingASpyThatNeverStartedReturnsAtOnce)
+{
+  SampleRecorder logger;
+  {
+    MemorySpy spy(logger, 1h);
+  }
+  EXPECT_EQ(logger.count(), 0u);
+}
+
+TEST(MemorySpy, SecondStartIsReportedFromItsFixedPlace)
+{
+  struct Report {
+    std::string message;
+    std::string file;
+    unsigned long long line;
+  };
+  std::vector<Report> reports;
+  // The handler throws, so that the second start goes no further than its
+  // report (returning would replace a running thread and end the process).
+  const auto previous = Orvan::CoreAssert::setAssertHandler(
+      [&](const std::string& message, const char* file, unsigned long long line) {
+        reports.push_back({message, file, line});
+        throw SecondStart{};
+      });
+
+  SampleRecorder logger;
+  MemorySpy spy(logger, 1h);
+  spy.start();
+  EXPECT_THROW(spy.start(), SecondStart);
+  Orvan::CoreAssert::setAssertHandler(previous);
+
+  ASSERT_EQ(reports.size(), 1u);
+  EXPECT_EQ(reports[0].message, "CORE_ASSERT failed: 'spyerThread == nullptr'");
+  EXPECT_EQ(reports[0].file, "src/Core/src/Core/Logging/MemorySpy.cpp");
+  EXPECT_EQ(reports[0].line, 88u);
+  // The first thread carries on and is stopped with the spy.
+  EXPECT_TRUE(waitFor([&] { return logger.count() >= 1; }));
+}
