@@ -26,6 +26,10 @@ function(orvan_add_library target)
     OUTPUT_NAME ${ARG_OUTPUT_NAME}
     VERSION ${PROJECT_VERSION}
     SOVERSION ${PROJECT_VERSION_MAJOR})
+  if(NOT WIN32)
+    # Installed side by side, each library finds its companions beside it.
+    set_target_properties(${target} PROPERTIES INSTALL_RPATH "$ORIGIN")
+  endif()
   if(WIN32)
     # The product's DLLs carry their plain names (Orvan_Core.dll).
     set_target_properties(${target} PROPERTIES PREFIX "" IMPORT_PREFIX "")
