@@ -5,14 +5,13 @@
 
 // Child programs for the process runner's tests, and the system's codes for
 // their failures, chosen per platform: the shell's utilities on POSIX,
-// cmd.exe and its companions on Windows.
+// cmd.exe and a sleeping child built with the tests on Windows.
 namespace Orvan::Testing::ChildPrograms {
 
 // A program that ends at once with `code` (0 to 255).
 std::string exitingWith(int code);
 
-// A program that runs for about `duration` (whole seconds on Windows,
-// rounded up) and then ends with 0.
+// A program that runs for `duration` and then ends with 0.
 std::string runningFor(std::chrono::milliseconds duration);
 
 // A program that writes its current directory into `fileName`, relative to
