@@ -7,12 +7,12 @@
 #include "Logging/LevelText.h"
 #include "Logging/MemoryText.h"
 #include "Platform/LocalTime.h"
+#include "Platform/LogFile.h"
 #include "Platform/ThreadId.h"
 
 #include <algorithm>
 #include <cstring>
 #include <ctime>
-#include <fstream>
 #include <iomanip>
 #include <iostream>
 #include <limits>
@@ -23,8 +23,9 @@
 // Every line is "HH:MM:SS.mmm [LEVEL  ] [thread] message" and is flushed at
 // once. The prefix is built in a small buffer without any stream formatting:
 // the time of day is formatted once per second and reused, and each thread
-// formats its own number once. So a line costs little more than the one
-// write of the flush.
+// formats its own number once. The whole line is then handed to the system in
+// one write, with no buffer in between that would need flushing. So a line
+// costs little more than that write.
 
 namespace Orvan::Core::Logging {
 
@@ -34,6 +35,7 @@ namespace {
 // a thread number of up to twenty digits.
 constexpr std::size_t PREFIX_CAPACITY = 128;
 constexpr std::size_t TIME_CAPACITY = 64;
+constexpr std::size_t MAX_KEPT_LINE_CAPACITY = 64 * 1024;
 
 // The calling thread's number, right-aligned in a field of six blanks and
 // never cut, formatted the first time the thread writes a line.
@@ -75,7 +77,8 @@ std::string formatLocalTime(std::time_t time, const char* pattern)
 } // namespace
 
 struct FileLogger::Impl {
-  std::unique_ptr<std::ofstream> stream;
+  // The open log file, or -1 when it could not be opened (logging disabled).
+  int file = -1;
   std::mutex mutex;
   std::unique_ptr<MemorySpy> memorySpy;
 
@@ -84,6 +87,10 @@ struct FileLogger::Impl {
   std::time_t cachedSecond = std::numeric_limits<std::time_t>::min();
   char cachedTime[TIME_CAPACITY] = {};
   std::size_t cachedTimeLength = 0;
+
+  // The line being written, kept from one line to the next to spare an
+  // allocation; guarded by `mutex`.
+  std::string line;
 
   // Formats the prefix into `buffer` and returns its length. The clock is
   // read once: the time of day and the milliseconds come from one reading.
@@ -124,21 +131,24 @@ struct FileLogger::Impl {
     return length;
   }
 
-  // Prefix, message as it stands, line end, flush. The caller holds the
-  // mutex, except while the head is written.
+  // Prefix, message as it stands, line end, in one write. The caller holds
+  // the mutex, except while the head is written.
   void writeLine(const char* word, std::size_t wordLength, const char* message, std::size_t messageLength)
   {
     char prefix[PREFIX_CAPACITY];
     const std::size_t prefixLength = formatPrefix(prefix, word, wordLength);
-    stream->write(prefix, static_cast<std::streamsize>(prefixLength));
-    stream->write(message, static_cast<std::streamsize>(messageLength));
-    stream->put('\n');
-    stream->flush();
+    line.assign(prefix, prefixLength);
+    line.append(message, messageLength);
+    line.push_back('\n');
+    Platform::writeToFile(file, line.data(), line.size());
+    if (line.capacity() > MAX_KEPT_LINE_CAPACITY) {
+      std::string().swap(line); // a huge message does not pin its memory
+    }
   }
 
   void writeLockedLine(LoggingType type, const std::string& message)
   {
-    if (!stream) {
+    if (file < 0) {
       return;
     }
     const std::lock_guard lock(mutex);
@@ -149,16 +159,15 @@ struct FileLogger::Impl {
 FileLogger::FileLogger(const std::string& path)
     : impl(std::make_unique<Impl>())
 {
-  auto stream = std::make_unique<std::ofstream>(Utils::FileHelper::toPath(path));
-  if (!stream->is_open()) {
+  impl->file = Platform::openTruncatedTextFile(Utils::FileHelper::toPath(path));
+  if (impl->file < 0) {
     std::cerr << "Failed to open file " << path << ". Logging is disabled\n";
     return;
   }
-  stream->imbue(std::locale::classic());
-  impl->stream = std::move(stream);
 
   // The head: "[Y-m-d X]" and the local date and time, then the version.
-  *impl->stream << "[Y-m-d X]" << formatLocalTime(std::time(nullptr), "%Y-%m-%d %X") << std::endl;
+  const std::string date = "[Y-m-d X]" + formatLocalTime(std::time(nullptr), "%Y-%m-%d %X") + "\n";
+  Platform::writeToFile(impl->file, date.data(), date.size());
   impl->writeLine("VERSION ", 8, VERSION, std::strlen(VERSION));
 }
 
@@ -167,6 +176,9 @@ FileLogger::~FileLogger()
   // The spy's thread writes into this logger: it is stopped before anything
   // else goes.
   impl->memorySpy.reset();
+  if (impl->file >= 0) {
+    Platform::closeFile(impl->file);
+  }
 }
 
 void FileLogger::info(const std::string& message)
