@@ -168,7 +168,8 @@ inline bool isMemorySize(const std::string& text)
   }
   const std::size_t blank = number.find(' ');
   const std::string within = blank == std::string::npos ? number : number.substr(blank + 1);
-  if (within.size() != 3 || !allDigits(within)) {
+  // The part within the higher unit, zero-padded to three digits (up to 1023).
+  if (within.size() < 3 || within.size() > 4 || !allDigits(within)) {
     return false;
   }
   return blank == std::string::npos || (allDigits(number.substr(0, blank)) && number[0] != '0');
