@@ -158,9 +158,28 @@ TEST_F(SystemRunPosix, LoggedProcessIdIsTheChilds)
 {
   const TemporaryDirectory directory;
   EXPECT_EQ(System::run("sh -c 'echo $$ > pid.txt'", directory.path().string(), nullptr), 0ULL);
+  std::string processId = readFile(directory / "pid.txt");
+  ASSERT_FALSE(processId.empty());
+  processId.pop_back();
   const Lines lines = log->lines();
   ASSERT_GE(lines.size(), 2U);
-  EXPECT_EQ(lines[1].text, "CreateProcess successful. Process ID " + readFile(directory / "pid.txt").substr(0, readFile(directory / "pid.txt").size() - 1));
+  EXPECT_EQ(lines[1].text, "CreateProcess successful. Process ID " + processId);
+}
+
+TEST_F(SystemRunPosix, WorkingDirectoryThatCannotBeEnteredFailsLikeAFailedStart)
+{
+  if (::geteuid() == 0) {
+    GTEST_SKIP() << "every directory can be entered with super-user rights";
+  }
+  const TemporaryDirectory directory;
+  const std::filesystem::path locked = directory / "locked";
+  std::filesystem::create_directory(locked);
+  std::filesystem::permissions(locked, std::filesystem::perms::none);
+  EXPECT_EQ(System::run("true", locked.string(), nullptr), 0ULL);
+  std::filesystem::permissions(locked, std::filesystem::perms::owner_all);
+  const Lines lines = log->lines();
+  ASSERT_EQ(lines.size(), 5U);
+  EXPECT_EQ(lines[1], failedStartLine(EACCES));
 }
 
 TEST_F(SystemRunPosix, ProgramEndedBySignalReports128PlusTheSignal)
