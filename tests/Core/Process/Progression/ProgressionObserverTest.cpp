@@ -131,8 +131,10 @@ TEST_F(ProgressionObserver, BackToBackChangesMayCoalesceButTheLastDeliveryIsFina
   const std::vector<double> values = observer.values();
   EXPECT_GE(values.size(), 1u);
   EXPECT_LE(values.size(), 100u);
+  // A delivery may read a count whose poke is still to come; that poke then
+  // brings the same reading again, so readings only never go down.
   for (std::size_t index = 1; index < values.size(); ++index) {
-    EXPECT_LT(values[index - 1], values[index]);
+    EXPECT_LE(values[index - 1], values[index]);
   }
 }
 
