@@ -20,6 +20,7 @@
 #include <mutex>
 #include <string>
 #include <thread>
+#include <variant>
 #include <vector>
 
 namespace Event = Orvan::Core::Event;
@@ -58,6 +59,10 @@ struct RecordingListener : Event::EventListener {
 // that nothing comes.
 constexpr auto QUIET_SPELL = 200ms;
 
+// Tests that need the machine to set up a scene within a period start again
+// when a busy machine was too slow for it.
+constexpr int ATTEMPTS = 5;
+
 } // namespace
 
 class ProgressionObserver : public Orvan::Testing::FacadeReset {
@@ -74,24 +79,28 @@ protected:
 
 TEST_F(ProgressionObserver, PeriodCoalescesAThousandChangesIntoOneDeliveryOfTheFinalFraction)
 {
-  auto counter = std::make_shared<ProcessProgressionLinear>(1000);
-  const auto constructed = std::chrono::steady_clock::now();
-  RecordingObserver observer(counter, 100);
+  for (int attempt = 0; attempt < ATTEMPTS; ++attempt) {
+    auto counter = std::make_shared<ProcessProgressionLinear>(1000);
+    const auto constructed = std::chrono::steady_clock::now();
+    RecordingObserver observer(counter, 100);
+    for (int step = 0; step < 1000; ++step) {
+      ++*counter;
+    }
+    if (std::chrono::steady_clock::now() - constructed >= 50ms) {
+      continue;
+    }
 
-  const auto changesStart = std::chrono::steady_clock::now();
-  for (int step = 0; step < 1000; ++step) {
-    ++*counter;
+    ASSERT_TRUE(observer.waitForCount(1));
+    const RecordingObserver::Delivery delivery = observer.deliveries().front();
+    EXPECT_EQ(delivery.progression, 1.0);
+    EXPECT_GE(delivery.at - constructed, 90ms);
+
+    // Nothing changes any more: no second delivery, however long we wait.
+    std::this_thread::sleep_for(QUIET_SPELL);
+    EXPECT_EQ(observer.count(), 1u);
+    return;
   }
-  ASSERT_LT(std::chrono::steady_clock::now() - changesStart, 50ms) << "the changes must fall within the period";
-
-  ASSERT_TRUE(observer.waitForCount(1));
-  const RecordingObserver::Delivery delivery = observer.deliveries().front();
-  EXPECT_EQ(delivery.progression, 1.0);
-  EXPECT_GE(delivery.at - constructed, 90ms);
-
-  // Nothing changes any more: no second delivery, however long we wait.
-  std::this_thread::sleep_for(QUIET_SPELL);
-  EXPECT_EQ(observer.count(), 1u);
+  FAIL() << "a thousand changes never fitted within 50 ms of the observer's construction";
 }
 
 TEST_F(ProgressionObserver, AfterADeliveryTheNextWaitsAFullPeriodAgain)
@@ -258,28 +267,41 @@ TEST_F(ProgressionObserver, ObservableDestroyedWithoutAChangeReportsNothing)
 TEST_F(ProgressionObserver, PendingChangeFindingTheObservableGoneReportsTheEvent)
 {
   AssertRecorder recorder;
-  auto counter = std::make_shared<ProcessProgressionLinear>(4);
-  const auto constructed = std::chrono::steady_clock::now();
-  RecordingObserver observer(counter, 500);
-  ++*counter;
-  counter.reset();
-  ASSERT_LT(std::chrono::steady_clock::now() - constructed, 500ms) << "the observable must go before the delivery";
+  for (int attempt = 0; attempt < ATTEMPTS; ++attempt) {
+    // Fresh receivers: an earlier attempt may have reported in the meantime.
+    logger = std::make_shared<RecordingLogger>();
+    listener = std::make_shared<RecordingListener>();
+    Orvan::Core::Logging::setLogger(logger);
+    Event::setEventListenner(listener);
 
-  ASSERT_TRUE(waitFor([&] { return !listener->received().empty(); }));
-  const std::vector<Event::EventInfo> events = listener->received();
-  ASSERT_EQ(events.size(), 1u);
-  EXPECT_EQ(events[0].level, LoggingType::Warning);
-  EXPECT_EQ(events[0].package, PackageIdentifier::Core);
-  EXPECT_EQ(events[0].eventId, 12u);
-  ASSERT_TRUE(events[0].value.has_value());
-  ASSERT_TRUE(std::holds_alternative<std::string>(*events[0].value));
-  EXPECT_EQ(std::get<std::string>(*events[0].value), OBSERVABLE_GONE);
-  EXPECT_EQ(logger->lines(), (std::vector<RecordingLogger::Line>{{LoggingType::Warning, OBSERVABLE_GONE}}));
-  EXPECT_EQ(observer.count(), 0u);
+    auto counter = std::make_shared<ProcessProgressionLinear>(4);
+    const auto constructed = std::chrono::steady_clock::now();
+    RecordingObserver observer(counter, 500);
+    ++*counter;
+    counter.reset();
+    if (std::chrono::steady_clock::now() - constructed >= 500ms) {
+      // The delivery may have come before the observable went.
+      continue;
+    }
 
-  // The observer is still an object whose stop and destruction work.
-  observer.stopObserving();
-  EXPECT_TRUE(recorder.reports().empty());
+    ASSERT_TRUE(waitFor([&] { return !listener->received().empty(); }));
+    const std::vector<Event::EventInfo> events = listener->received();
+    ASSERT_EQ(events.size(), 1u);
+    EXPECT_EQ(events[0].level, LoggingType::Warning);
+    EXPECT_EQ(events[0].package, PackageIdentifier::Core);
+    EXPECT_EQ(events[0].eventId, 12u);
+    ASSERT_TRUE(events[0].value.has_value());
+    ASSERT_TRUE(std::holds_alternative<std::string>(*events[0].value));
+    EXPECT_EQ(std::get<std::string>(*events[0].value), OBSERVABLE_GONE);
+    EXPECT_EQ(logger->lines(), (std::vector<RecordingLogger::Line>{{LoggingType::Warning, OBSERVABLE_GONE}}));
+    EXPECT_EQ(observer.count(), 0u);
+
+    // The observer is still an object whose stop and destruction work.
+    observer.stopObserving();
+    EXPECT_TRUE(recorder.reports().empty());
+    return;
+  }
+  FAIL() << "the observable was never destroyed within the observer's first period";
 }
 
 TEST_F(ProgressionObserver, ObserverOfAnObservableAlreadyGoneIsNeverPoked)
