@@ -1,0 +1,146 @@
+#pragma once
+
+#include <Core/Export.h>
+#include <Utils/Enum.h>
+#include <Utils/FileHelper.h>
+#include <Utils/Timer.h>
+
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <filesystem>
+#include <istream>
+#include <memory>
+#include <optional>
+#include <ostream>
+#include <string>
+#include <utility>
+
+namespace Orvan::Core {
+
+// A file the host wants to read: a local path, or the bytes a TCP server
+// sends from `address`:`port`.
+//
+// Its one-line text form is
+//   <filename>
+//   <filename>@<address>:<port>[&timeout=<seconds>]
+// A drive letter and its colon may start the filename; otherwise neither the
+// filename nor the address may hold ':', and the filename may hold no '@'.
+struct ORVAN_CORE_EXPORT FileInfo {
+  // Decides, after a failed connection, whether to wait and try again.
+  // Descriptors only point at policies; nothing deletes one through this
+  // interface.
+  struct ORVAN_CORE_EXPORT RetryInterface {
+    // True: wait and try again; false: give up. `timer` started before the
+    // first attempt, with the descriptor's timeout as its delay.
+    virtual bool operator()(const FileInfo& finfo, const Utils::Timer<std::chrono::system_clock>& timer) = 0;
+
+  protected:
+    RetryInterface() = default;
+    RetryInterface(const RetryInterface&) = default;
+    RetryInterface& operator=(const RetryInterface&) = default;
+    ~RetryInterface() = default;
+  };
+
+  // The capture slots of the text form's pattern.
+  enum class Match : std::size_t { WHOLE, FILENAME, ADDRESS, PORT, TIMEOUT };
+
+  using Seconds = std::chrono::duration<std::int64_t>;
+
+  static constexpr std::uint16_t INVALID_PORT = 0;
+
+  // Parses the text form; throws std::runtime_error when the text is not a
+  // descriptor, and std::out_of_range when the port or timeout digits do not
+  // fit a 32-bit integer. `retry` starts null.
+  explicit FileInfo(const std::string& s);
+  explicit FileInfo(const char* s);
+
+  // Parses the path's text (UTF-8) exactly as the text form: a path holding
+  // '@', or ':' anywhere but after a leading drive letter, is rejected.
+  explicit FileInfo(const std::filesystem::path& path);
+
+  // A remote descriptor from its fields. Empty names, an invalid port and a
+  // negative timeout are reported through CORE_ASSERT, never thrown.
+  FileInfo(const std::filesystem::path& filename, const char* address, std::uint16_t p, Seconds d);
+
+  FileInfo(const FileInfo&) = default;
+  FileInfo& operator=(const FileInfo&) = default;
+
+  // Moving empties the source's filename and address and leaves the rest.
+  FileInfo(FileInfo&& other) noexcept
+      : filename(std::move(other.filename))
+      , address(std::move(other.address))
+      , retry(other.retry)
+      , port(other.port)
+      , timeout(other.timeout)
+  {
+    other.filename.clear();
+    other.address.clear();
+  }
+
+  FileInfo& operator=(FileInfo&& other) noexcept
+  {
+    if (this != &other) {
+      filename = std::move(other.filename);
+      address = std::move(other.address);
+      retry = other.retry;
+      port = other.port;
+      timeout = other.timeout;
+      other.filename.clear();
+      other.address.clear();
+    }
+    return *this;
+  }
+
+  ~FileInfo() = default;
+
+  // Remote exactly when an address is set.
+  bool isRemote() const;
+
+  // Orders by filename only: the same path on two servers is equivalent.
+  bool operator<(const FileInfo& other) const;
+
+  // Opens the file for reading. A local file is opened with `mode` (plus the
+  // input bit) in a mode that lets others read, write and delete it
+  // meanwhile; a remote one is connected to, retried under `retry`, with
+  // Connecting, Connected and Failed events. Throws std::system_error when
+  // the file cannot be opened or the connection fails for good, and
+  // std::runtime_error when the server's name cannot be resolved.
+  std::unique_ptr<std::istream> makeStream(std::optional<int> mode) const;
+
+  std::filesystem::path filename;
+  std::string address;
+  RetryInterface* retry = nullptr;
+  std::uint16_t port = INVALID_PORT;
+  Seconds timeout{0};
+};
+
+// Writes the descriptor's text form: the bare filename for a local file;
+// "@address:port" for a remote one, then "&timeout=seconds" when the timeout
+// is positive. Numbers are always decimal, whatever the stream's flags.
+inline std::ostream& operator<<(std::ostream& stream, FileInfo finfo)
+{
+  std::string text = Utils::FileHelper::toString(finfo.filename);
+  if (!finfo.address.empty()) {
+    text += '@';
+    text += finfo.address;
+    text += ':';
+    text += std::to_string(static_cast<unsigned>(finfo.port));
+    if (finfo.timeout.count() > 0) {
+      text += "&timeout=";
+      text += std::to_string(static_cast<long long>(finfo.timeout.count()));
+    }
+  }
+  return stream << text;
+}
+
+} // namespace Orvan::Core
+
+namespace Orvan::Utils::Enum {
+
+template<>
+struct Traits<Core::FileInfo::Match> {
+  static constexpr std::size_t count = 5;
+};
+
+} // namespace Orvan::Utils::Enum

@@ -1,0 +1,70 @@
+#pragma once
+
+#include <Core/Export.h>
+
+#include "Platform/Socket.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <istream>
+#include <streambuf>
+#include <string>
+
+// A remote file read over TCP: the client connects, sends nothing and reads
+// until the server closes the connection.
+namespace Orvan::Network {
+
+inline constexpr std::size_t NETBUF_SIZE = 1048576;
+
+// A stream buffer that owns one connected TCP socket and refills its get area
+// with whatever the socket delivers. The 1 MiB receive buffer lives inside
+// the object, so that one recv takes a large chunk without any allocation;
+// create these objects on the heap.
+//
+// There is no put area; writing, seeking and sync keep the defaults of
+// std::basic_streambuf.
+template<class CharT, class Traits = std::char_traits<CharT>, std::size_t BUFFER_SIZE = NETBUF_SIZE>
+class basic_netbuf : public std::basic_streambuf<CharT, Traits> {
+public:
+  // Connects to `address` (a host name or numeric IPv4 address) and `port`.
+  // Throws std::runtime_error when the socket layer cannot start or the name
+  // cannot be resolved, and std::system_error (whose message also goes to
+  // standard error) when the socket cannot be created or connected.
+  basic_netbuf(const char* address, unsigned short port);
+  basic_netbuf(const basic_netbuf&) = delete;
+  basic_netbuf& operator=(const basic_netbuf&) = delete;
+  ~basic_netbuf() override;
+
+protected:
+  // Receives the next chunk, writing "<this>\tRead: <n>b." to standard
+  // output; end-of-file once the server has closed the connection. A failed
+  // receive throws std::system_error (the stream turns it into its error
+  // state or rethrows it, according to its exception mask).
+  typename Traits::int_type underflow() override;
+
+private:
+  CharT buffer[BUFFER_SIZE];
+  std::string address;
+  std::uint16_t port;
+  Core::Platform::SocketHandle socket;
+};
+
+// An input stream reading from its own basic_netbuf: constructing it
+// connects, destroying it closes the connection.
+template<class CharT, class Traits = std::char_traits<CharT>>
+class basic_instream : public std::basic_istream<CharT, Traits> {
+public:
+  basic_instream(const char* address, unsigned short port);
+  basic_instream(const basic_instream&) = delete;
+  basic_instream& operator=(const basic_instream&) = delete;
+  ~basic_instream() override;
+
+private:
+  basic_netbuf<CharT, Traits, NETBUF_SIZE> buffer;
+};
+
+// The library holds the only instantiations, for char.
+extern template class ORVAN_CORE_EXPORT basic_netbuf<char, std::char_traits<char>, NETBUF_SIZE>;
+extern template class ORVAN_CORE_EXPORT basic_instream<char, std::char_traits<char>>;
+
+} // namespace Orvan::Network

@@ -1,0 +1,99 @@
+#include "LoopbackServer.h"
+
+#include <chrono>
+#include <stdexcept>
+#include <utility>
+
+namespace Orvan::Testing {
+
+Peer::Peer(Loopback::Handle socket)
+    : socket(socket)
+{
+}
+
+Peer::~Peer()
+{
+  if (socket != Loopback::INVALID_HANDLE) {
+    Loopback::closeSocket(socket);
+  }
+}
+
+bool Peer::send(const std::string& data)
+{
+  return send(data.data(), data.size());
+}
+
+bool Peer::send(const char* data, std::size_t size)
+{
+  return socket != Loopback::INVALID_HANDLE && Loopback::sendAll(socket, data, size);
+}
+
+void Peer::reset()
+{
+  if (socket != Loopback::INVALID_HANDLE) {
+    Loopback::resetSocket(socket);
+    socket = Loopback::INVALID_HANDLE;
+  }
+}
+
+LoopbackServer::LoopbackServer(Handler handler, bool listening)
+    : handler(std::move(handler))
+    , listener(Loopback::bindLoopback(listening, portNumber))
+    , listening(listening)
+{
+  if (listener == Loopback::INVALID_HANDLE) {
+    throw std::runtime_error("cannot bind on 127.0.0.1");
+  }
+  thread = std::thread([this] { serve(); });
+}
+
+LoopbackServer::~LoopbackServer()
+{
+  stopping = true;
+  thread.join();
+  Loopback::closeSocket(listener);
+}
+
+void LoopbackServer::listen()
+{
+  if (!listening && !Loopback::listenOn(listener)) {
+    throw std::runtime_error("cannot listen on 127.0.0.1");
+  }
+  listening = true;
+}
+
+void LoopbackServer::serve()
+{
+  while (!stopping) {
+    if (!listening) {
+      std::this_thread::sleep_for(std::chrono::milliseconds(5));
+      continue;
+    }
+    // Short waits, so that the destructor never waits long for the thread.
+    if (!Loopback::waitReadable(listener, 20)) {
+      continue;
+    }
+    const Loopback::Handle socket = Loopback::acceptConnection(listener);
+    if (socket == Loopback::INVALID_HANDLE) {
+      continue;
+    }
+    ++acceptedCount;
+    Peer peer(socket);
+    handler(peer);
+  }
+}
+
+RefusingPort::RefusingPort()
+    : socket(Loopback::bindLoopback(false, portNumber))
+{
+  if (socket == Loopback::INVALID_HANDLE) {
+    throw std::runtime_error("cannot bind on 127.0.0.1");
+  }
+}
+
+RefusingPort::~RefusingPort()
+{
+  Loopback::closeSocket(socket);
+}
+
+} // namespace Orvan::Testing
