@@ -1,0 +1,303 @@
+#include "Fetch.h"
+
+#include "Commands.h"
+#include "Console.h"
+#include "Progress.h"
+#include "ToolLogging.h"
+
+#include <Core/Logging/LoggingCallback.h>
+#include <Core/Logging/WorkflowLogger.h>
+#include <Core/Process/Progression/ProcessProgressionLinear.h>
+#include <Core/Process/Progression/ProcessProgressionLinearUnknownSteps.h>
+#include <Core/Process/TimeoutRetry.h>
+#include <Utils/FileHelper.h>
+
+#include <cstdio>
+#include <fstream>
+#include <iostream>
+#include <memory>
+#include <sstream>
+#include <system_error>
+#include <vector>
+
+namespace Orvan::Tool {
+
+namespace Progression = Core::Process::Progression;
+using Utils::FileHelper::toString;
+
+namespace {
+
+constexpr std::size_t CHUNK = 256 * 1024;
+
+std::string textForm(const Core::FileInfo& finfo)
+{
+  std::ostringstream text;
+  text << finfo;
+  return text.str();
+}
+
+// Where the bytes go: a temporary file that replaces the output at the end,
+// or standard output.
+class Sink {
+public:
+  explicit Sink(const std::filesystem::path& output)
+      : output(output)
+  {
+    if (output.empty()) {
+      Platform::setBinaryOutput();
+      return;
+    }
+    partial = output;
+    partial += ".orvan-part";
+    file.open(partial, std::ios::binary | std::ios::trunc);
+    if (!file) {
+      throw std::runtime_error("cannot write '" + toString(partial) + "'");
+    }
+  }
+
+  ~Sink()
+  {
+    if (!partial.empty() && !committed) {
+      file.close();
+      std::error_code ignored;
+      std::filesystem::remove(partial, ignored);
+    }
+  }
+
+  void write(const char* data, std::size_t size)
+  {
+    if (partial.empty()) {
+      if (std::fwrite(data, 1, size, stdout) != size) {
+        throw std::runtime_error("cannot write to standard output");
+      }
+      return;
+    }
+    if (!file.write(data, static_cast<std::streamsize>(size))) {
+      throw std::runtime_error("cannot write '" + toString(partial) + "'");
+    }
+  }
+
+  void commit()
+  {
+    if (partial.empty()) {
+      std::fflush(stdout);
+      return;
+    }
+    file.close();
+    if (!file) {
+      throw std::runtime_error("cannot write '" + toString(partial) + "'");
+    }
+    // Only reached with --force when the output exists.
+    std::error_code ignored;
+    std::filesystem::remove(output, ignored);
+    std::filesystem::rename(partial, output);
+    committed = true;
+  }
+
+private:
+  std::filesystem::path output;
+  std::filesystem::path partial;
+  std::ofstream file;
+  bool committed = false;
+};
+
+} // namespace
+
+FetchOutcome fetchFile(const Core::FileInfo& finfo, const std::filesystem::path& output,
+                       const Core::Process::CancelationToken& token)
+{
+  FetchOutcome outcome;
+  const std::string target = textForm(finfo);
+  Core::Logging::WorkflowLogger step("Fetch '" + target + "'", false);
+
+  // The library writes a line per received chunk to standard output and its
+  // socket failures to standard error; both go into the log instead.
+  DiagnosticsRoute route;
+
+  TransferState state;
+  state.name = toString(finfo.filename.filename());
+  if (!finfo.isRemote()) {
+    std::error_code error;
+    const auto size = std::filesystem::file_size(finfo.filename, error);
+    if (!error) {
+      state.size = size;
+    }
+  }
+  // A known size gives a real fraction; otherwise the unknown-steps counter
+  // counts chunks until the server closes the connection.
+  std::shared_ptr<Progression::ProcessProgressionLinear> counter;
+  if (state.size) {
+    counter = std::make_shared<Progression::ProcessProgressionLinear>(*state.size);
+  } else {
+    counter = std::make_shared<Progression::ProcessProgressionLinearUnknownSteps>();
+  }
+
+  try {
+    Sink sink(output);
+    std::unique_ptr<std::istream> stream = finfo.makeStream(static_cast<int>(std::ios::binary));
+    // A failed receive comes out as the library's std::system_error.
+    stream->exceptions(std::ios::badbit);
+    state.start = std::chrono::steady_clock::now();
+    ProgressDisplay display(counter, state);
+    std::vector<char> buffer(CHUNK);
+    bool cancelled = false;
+    try {
+      while (!(cancelled = token.isCancelRequested())) {
+        stream->read(buffer.data(), static_cast<std::streamsize>(buffer.size()));
+        const auto count = static_cast<std::size_t>(stream->gcount());
+        if (count > 0) {
+          sink.write(buffer.data(), count);
+          state.bytes += count;
+          if (state.size) {
+            *counter += count;
+          } else {
+            ++*counter;
+          }
+        }
+        if (!*stream) {
+          break;
+        }
+      }
+    } catch (...) {
+      display.finish(counter->captureProgression(), false);
+      throw;
+    }
+    if (cancelled) {
+      display.finish(counter->captureProgression(), false);
+      outcome.status = FetchOutcome::Status::Cancelled;
+    } else {
+      sink.commit();
+      counter->setCompleted();
+      display.finish(1.0, true);
+      outcome.status = FetchOutcome::Status::Done;
+      step.traceIntermediate("received " + std::to_string(state.bytes.load()) + " bytes");
+    }
+  } catch (const std::exception& error) {
+    outcome.status = token.isCancelRequested() ? FetchOutcome::Status::Cancelled : FetchOutcome::Status::Failed;
+    outcome.error = error.what();
+  }
+  outcome.bytes = state.bytes.load();
+  outcome.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - state.start).count();
+  return outcome;
+}
+
+namespace {
+
+const char* const FETCH_HELP =
+    "Usage: orvan fetch TARGET [options]\n"
+    "\n"
+    "Reads the file TARGET names and writes its bytes to a local file, with a\n"
+    "progress bar on standard error when it is a terminal.\n"
+    "\n"
+    "TARGET is a descriptor in the text form:\n"
+    "  PATH                                   a local file\n"
+    "  NAME@ADDRESS:PORT[&timeout=SECONDS]    the bytes a server sends (see 'orvan serve');\n"
+    "                                         connecting is retried for SECONDS\n"
+    "\n"
+    "Options:\n"
+    "  -o, --output PATH     where to write (default: TARGET's file name in the current\n"
+    "                        directory); '-' writes to standard output\n"
+    "  -f, --force           replace PATH when it exists\n"
+    "  --timeout S           retry connecting for S seconds (replaces the descriptor's timeout)\n"
+    "{log-options}"
+    "  -h, --help            show this help\n"
+    "\n"
+    "Ctrl-C stops the transfer (exit code 130). The library's per-chunk \"Read\" lines\n"
+    "and socket messages go to the log: see them with -vv or --log FILE.\n"
+    "\n"
+    "Example:\n"
+    "  orvan fetch 'data.bin@127.0.0.1:4000&timeout=30' -o copy.bin\n";
+
+} // namespace
+
+int fetchCommand(Arguments& arguments)
+{
+  std::optional<std::string> targetText;
+  std::optional<std::string> outputText;
+  std::optional<std::uint64_t> timeout;
+  bool force = false;
+  LogOptions logOptions;
+  while (!arguments.empty()) {
+    const Arguments::Word word = arguments.next();
+    if (!word.isOption) {
+      if (targetText) {
+        throw UsageError("one TARGET only; '" + word.text + "' is one too many");
+      }
+      targetText = word.text;
+    } else if (word.text == "-h" || word.text == "--help") {
+      printHelp(FETCH_HELP);
+      return EXIT_OK;
+    } else if (word.text == "-o" || word.text == "--output") {
+      outputText = arguments.value(word);
+    } else if (word.text == "-f" || word.text == "--force") {
+      force = true;
+    } else if (word.text == "--timeout") {
+      timeout = parseNumber(word.text, arguments.value(word), 2147483647);
+    } else if (!readLogOption(word.text, word.inlineValue, arguments, logOptions)) {
+      throw unknownOption(word);
+    }
+  }
+  if (!targetText) {
+    throw UsageError("missing TARGET");
+  }
+
+  std::optional<Core::FileInfo> finfo;
+  try {
+    finfo.emplace(*targetText);
+  } catch (const std::exception& error) {
+    throw UsageError(std::string("bad TARGET: ") + error.what());
+  }
+  if (timeout) {
+    finfo->timeout = Core::FileInfo::Seconds(static_cast<std::int64_t>(*timeout));
+  }
+
+  std::filesystem::path output;
+  if (!outputText) {
+    output = finfo->filename.filename();
+    if (output.empty() || output == "." || output == "..") {
+      throw UsageError("cannot tell an output file name from '" + *targetText + "'; give one with -o");
+    }
+  } else if (*outputText != "-") {
+    if (outputText->empty()) {
+      throw UsageError("option '-o' needs a file name");
+    }
+    output = Utils::FileHelper::toPath(*outputText);
+  }
+  if (!output.empty()) {
+    std::error_code error;
+    if (std::filesystem::is_directory(output, error)) {
+      throw UsageError("'" + toString(output) + "' is a directory; give a file name with -o");
+    }
+    if (std::filesystem::exists(output, error) && !force) {
+      Console::instance().message("orvan fetch: '" + toString(output) + "' exists; use --force to replace it");
+      return EXIT_FAILED;
+    }
+  }
+
+  CtrlC ctrlC;
+  Core::Process::TimeoutRetry retry(&ctrlC.token);
+  finfo->retry = &retry;
+
+  LogSession session(logOptions, Verbosity::Normal);
+  const FetchOutcome outcome = fetchFile(*finfo, output, ctrlC.token);
+  switch (outcome.status) {
+  case FetchOutcome::Status::Done: {
+    if (logOptions.verbosity != Verbosity::Quiet) {
+      const double rate = outcome.seconds > 0.0 ? static_cast<double>(outcome.bytes) / outcome.seconds : 0.0;
+      Console::instance().message("Fetched " + formatBytes(outcome.bytes) + " in " + formatSeconds(outcome.seconds)
+                                  + " (" + formatBytes(static_cast<unsigned long long>(rate)) + "/s) to "
+                                  + (output.empty() ? std::string("standard output") : "'" + toString(output) + "'"));
+    }
+    return EXIT_OK;
+  }
+  case FetchOutcome::Status::Cancelled:
+    Console::instance().message("orvan fetch: cancelled after " + formatBytes(outcome.bytes));
+    return EXIT_CANCELLED;
+  case FetchOutcome::Status::Failed:
+    break;
+  }
+  Console::instance().message("orvan fetch: " + outcome.error);
+  return EXIT_FAILED;
+}
+
+} // namespace Orvan::Tool

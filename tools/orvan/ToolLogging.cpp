@@ -1,0 +1,237 @@
+#include "ToolLogging.h"
+
+#include "Arguments.h"
+#include "Console.h"
+
+#include <Core/Logging/LoggingCallback.h>
+
+#include <fstream>
+#include <iostream>
+
+namespace Orvan::Tool {
+
+namespace Logging = Core::Logging;
+
+ToolLogger::ToolLogger(Verbosity verbosity, std::shared_ptr<Logging::FileLogger> file)
+    : verbosity(verbosity)
+    , file(std::move(file))
+{
+}
+
+void ToolLogger::toConsole(const char* tag, const std::string& message)
+{
+  // Some messages carry their own line end; the console adds one anyway.
+  std::string text = message;
+  while (!text.empty() && (text.back() == '\n' || text.back() == '\r')) {
+    text.pop_back();
+  }
+  Console::instance().message(tag + text);
+}
+
+void ToolLogger::info(const std::string& message)
+{
+  if (listener) {
+    listener(Logging::LoggingType::Info, message);
+  }
+  if (file) {
+    file->info(message);
+  }
+  if (verbosity >= Verbosity::Chatty) {
+    toConsole("[INFO   ] ", message);
+  }
+}
+
+void ToolLogger::warning(const std::string& message)
+{
+  if (listener) {
+    listener(Logging::LoggingType::Warning, message);
+  }
+  if (file) {
+    file->warning(message);
+  }
+  if (verbosity >= Verbosity::Normal) {
+    toConsole("[WARNING] ", message);
+  }
+}
+
+void ToolLogger::error(const std::string& message)
+{
+  if (listener) {
+    listener(Logging::LoggingType::Error, message);
+  }
+  if (file) {
+    file->error(message);
+  }
+  toConsole("[ERROR  ] ", message);
+}
+
+void ToolLogger::debug(const std::string& message)
+{
+  if (listener) {
+    listener(Logging::LoggingType::Debug, message);
+  }
+  if (file) {
+    file->debug(message);
+  }
+  if (verbosity >= Verbosity::Everything) {
+    toConsole("[DEBUG  ] ", message);
+  }
+}
+
+void ToolLogger::verbose(const std::string& message)
+{
+  if (listener) {
+    listener(Logging::LoggingType::Verbose, message);
+  }
+  if (file) {
+    file->verbose(message);
+  }
+  if (verbosity >= Verbosity::Everything) {
+    toConsole("[VERBOSE] ", message);
+  }
+}
+
+void ToolLogger::triggerLogMemory()
+{
+  if (file) {
+    file->triggerLogMemory();
+  }
+}
+
+LogSession::LogSession(const LogOptions& options, Verbosity defaultVerbosity)
+{
+  if (options.file) {
+    // The file logger would only say so on standard error and carry on; a
+    // log that the user asked for and cannot get is an error of the command.
+    if (!std::ofstream(*options.file, std::ios::app)) {
+      throw UsageError("cannot write the log file '" + *options.file + "'");
+    }
+    file = std::make_shared<Logging::FileLogger>(*options.file);
+    if (options.memoryPeriod) {
+      file->attachMemorySpyer(*options.memoryPeriod);
+    }
+  } else if (options.memoryPeriod) {
+    throw UsageError("option '--memory-period' needs '--log FILE' to write the samples to");
+  }
+  toolLogger = std::make_shared<ToolLogger>(options.verbosity.value_or(defaultVerbosity), file);
+  Logging::setLogger(toolLogger);
+}
+
+LogSession::~LogSession()
+{
+  Logging::setLogger({});
+}
+
+LineRouter::LineRouter(std::function<void(const std::string&)> deliver)
+    : deliver(std::move(deliver))
+{
+}
+
+LineRouter::~LineRouter()
+{
+  if (!line.empty()) {
+    deliverLine();
+  }
+}
+
+void LineRouter::put(char character)
+{
+  if (character == '\n') {
+    deliverLine();
+  } else {
+    line += character;
+  }
+}
+
+void LineRouter::deliverLine()
+{
+  // The socket stream pads its failure messages with NUL characters.
+  const auto end = line.find('\0');
+  if (end != std::string::npos) {
+    line.resize(end);
+  }
+  std::string text;
+  text.swap(line);
+  deliver(text);
+}
+
+LineRouter::int_type LineRouter::overflow(int_type character)
+{
+  if (!traits_type::eq_int_type(character, traits_type::eof())) {
+    std::lock_guard<std::mutex> lock(mutex);
+    put(traits_type::to_char_type(character));
+  }
+  return traits_type::not_eof(character);
+}
+
+std::streamsize LineRouter::xsputn(const char* data, std::streamsize count)
+{
+  std::lock_guard<std::mutex> lock(mutex);
+  for (std::streamsize i = 0; i < count; ++i) {
+    put(data[i]);
+  }
+  return count;
+}
+
+int LineRouter::sync()
+{
+  return 0;
+}
+
+DiagnosticsRoute::DiagnosticsRoute()
+    : outputRouter([](const std::string& line) { Logging::logVerbose(line); })
+    , errorRouter([](const std::string& line) { Logging::logDebug(line); })
+    , savedOutput(std::cout.rdbuf(&outputRouter))
+    , savedError(std::cerr.rdbuf(&errorRouter))
+{
+}
+
+DiagnosticsRoute::~DiagnosticsRoute()
+{
+  std::cout.rdbuf(savedOutput);
+  std::cerr.rdbuf(savedError);
+}
+
+} // namespace Orvan::Tool
+
+namespace Orvan::Tool {
+
+const char* const LOG_OPTIONS_HELP =
+    "  --log FILE            write the whole log, every level, to FILE\n"
+    "  --memory-period MS    with --log: add a memory sample line to the log every MS milliseconds\n"
+    "  -q, --quiet           show errors only\n"
+    "  -v, --verbose         show informational log lines too; twice (-vv) shows every line\n";
+
+bool readLogOption(const std::string& option, const std::optional<std::string>& inlineValue, Arguments& arguments,
+                   LogOptions& options)
+{
+  Arguments::Word word{option, true, inlineValue};
+  if (option == "--log") {
+    options.file = arguments.value(word);
+    if (options.file->empty()) {
+      throw UsageError("option '--log' needs a file name");
+    }
+    return true;
+  }
+  if (option == "--memory-period") {
+    options.memoryPeriod = std::chrono::milliseconds(parseNumber(option, arguments.value(word), 86400000));
+    return true;
+  }
+  if (option == "-q" || option == "--quiet") {
+    options.verbosity = Verbosity::Quiet;
+    return true;
+  }
+  if (option == "-v" || option == "--verbose") {
+    options.verbosity = options.verbosity == Verbosity::Chatty || options.verbosity == Verbosity::Everything
+                            ? Verbosity::Everything
+                            : Verbosity::Chatty;
+    return true;
+  }
+  if (option == "-vv") {
+    options.verbosity = Verbosity::Everything;
+    return true;
+  }
+  return false;
+}
+
+} // namespace Orvan::Tool

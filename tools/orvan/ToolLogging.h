@@ -1,0 +1,126 @@
+#pragma once
+
+#include <Core/Logging/FileLogger.h>
+#include <Core/Logging/Logger.h>
+#include <Core/Logging/LoggingType.h>
+
+#include <chrono>
+#include <functional>
+#include <iosfwd>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <streambuf>
+#include <string>
+
+namespace Orvan::Tool {
+
+// How much of the log the console shows.
+enum class Verbosity { Quiet, Normal, Chatty, Everything };
+
+// The logger the tool installs in the library: every message goes to the log
+// file when there is one; the console shows the levels its verbosity allows,
+// above any progress bar. Memory requests reach the log file's memory spy.
+class ToolLogger : public Core::Logging::Logger {
+public:
+  using Listener = std::function<void(Core::Logging::LoggingType, const std::string&)>;
+
+  ToolLogger(Verbosity verbosity, std::shared_ptr<Core::Logging::FileLogger> file);
+
+  void info(const std::string& message) override;
+  void warning(const std::string& message) override;
+  void error(const std::string& message) override;
+  void debug(const std::string& message) override;
+  void verbose(const std::string& message) override;
+  void triggerLogMemory() override;
+
+  // Sees every message too; set before logging starts.
+  void setListener(Listener function) { listener = std::move(function); }
+
+private:
+  void toConsole(const char* tag, const std::string& message);
+
+  Verbosity verbosity;
+  std::shared_ptr<Core::Logging::FileLogger> file;
+  Listener listener;
+};
+
+// The logging options every command shares.
+struct LogOptions {
+  std::optional<std::string> file;
+  std::optional<std::chrono::milliseconds> memoryPeriod;
+  std::optional<Verbosity> verbosity;
+};
+
+// Installs a ToolLogger in the library for its lifetime, with a file logger
+// (and its memory spy) when asked for. Create and destroy it while no other
+// thread logs.
+class LogSession {
+public:
+  LogSession(const LogOptions& options, Verbosity defaultVerbosity);
+  ~LogSession();
+  LogSession(const LogSession&) = delete;
+  LogSession& operator=(const LogSession&) = delete;
+
+  ToolLogger& logger() { return *toolLogger; }
+
+private:
+  std::shared_ptr<Core::Logging::FileLogger> file;
+  std::shared_ptr<ToolLogger> toolLogger;
+};
+
+// Hands every complete line written to it to a function; NUL characters and
+// what follows them on a line are dropped.
+class LineRouter : public std::streambuf {
+public:
+  explicit LineRouter(std::function<void(const std::string&)> deliver);
+  ~LineRouter() override;
+
+protected:
+  int_type overflow(int_type character) override;
+  std::streamsize xsputn(const char* data, std::streamsize count) override;
+  int sync() override;
+
+private:
+  void put(char character);
+  void deliverLine();
+
+  std::function<void(const std::string&)> deliver;
+  std::mutex mutex;
+  std::string line;
+};
+
+// While it lives, the library's direct diagnostics are routed into the log:
+// lines written to std::cout (the socket stream's per-chunk "Read" lines) at
+// the verbose level, lines written to std::cerr (socket failures) at the
+// debug level. The tool's own output does not use these two streams.
+class DiagnosticsRoute {
+public:
+  DiagnosticsRoute();
+  ~DiagnosticsRoute();
+  DiagnosticsRoute(const DiagnosticsRoute&) = delete;
+  DiagnosticsRoute& operator=(const DiagnosticsRoute&) = delete;
+
+private:
+  LineRouter outputRouter;
+  LineRouter errorRouter;
+  std::streambuf* savedOutput;
+  std::streambuf* savedError;
+};
+
+} // namespace Orvan::Tool
+
+namespace Orvan::Tool {
+
+class Arguments;
+
+// Reads the logging options every command shares (--log FILE,
+// --memory-period MS, -q/--quiet, -v/--verbose, given twice for everything);
+// false when `word` is none of them.
+bool readLogOption(const std::string& option, const std::optional<std::string>& inlineValue, Arguments& arguments,
+                   LogOptions& options);
+
+// The help text of those options.
+extern const char* const LOG_OPTIONS_HELP;
+
+} // namespace Orvan::Tool

@@ -1,0 +1,124 @@
+// orvan: the command-line tool over the Orvan Core library.
+
+#include "Arguments.h"
+#include "Commands.h"
+#include "Console.h"
+#include "ToolLogging.h"
+
+#include <Core/Version.h>
+
+#include <chrono>
+#include <cstdio>
+#include <exception>
+#include <random>
+#include <string>
+#include <vector>
+
+namespace Orvan::Tool {
+
+void printHelp(const std::string& text)
+{
+  std::string help = text;
+  const std::string mark = "{log-options}";
+  const auto position = help.find(mark);
+  if (position != std::string::npos) {
+    help.replace(position, mark.size(), LOG_OPTIONS_HELP);
+  }
+  std::fputs(help.c_str(), stdout);
+  std::fflush(stdout);
+}
+
+std::filesystem::path makeTemporaryDirectory(const std::string& prefix)
+{
+  const std::filesystem::path base = std::filesystem::temp_directory_path();
+  std::random_device device;
+  std::mt19937_64 random(device() ^ static_cast<std::uint64_t>(std::chrono::steady_clock::now().time_since_epoch().count()));
+  for (int attempt = 0; attempt < 100; ++attempt) {
+    const std::filesystem::path candidate = base / (prefix + "-" + std::to_string(random() % 1000000000));
+    if (std::filesystem::create_directory(candidate)) {
+      return candidate;
+    }
+  }
+  throw std::runtime_error("cannot create a temporary directory in '" + base.string() + "'");
+}
+
+namespace {
+
+const char* const MAIN_HELP =
+    "Usage: orvan COMMAND [options]\n"
+    "\n"
+    "A small tool over the Orvan Core library.\n"
+    "\n"
+    "Commands:\n"
+    "  fetch TARGET    read a local or remote file, with a progress bar\n"
+    "  serve FILE      serve FILE to every client that connects (the remote-file protocol)\n"
+    "  run PROGRAM     run a program, cancelled by Ctrl-C or a timeout\n"
+    "  memory          show the machine's and this process's memory figures\n"
+    "  demo            show every part at work, needing nothing but this program\n"
+    "\n"
+    "'orvan COMMAND --help' tells more about each. Exit codes: 0 success, 1 failure,\n"
+    "2 bad arguments, 130 cancelled by Ctrl-C.\n"
+    "\n"
+    "Options:\n"
+    "  -h, --help      show this help\n"
+    "  --version       show the version\n";
+
+struct Command {
+  const char* name;
+  int (*run)(Arguments&);
+};
+
+const Command COMMANDS[] = {
+    {"fetch", fetchCommand}, {"serve", serveCommand}, {"run", runCommand},
+    {"memory", memoryCommand}, {"demo", demoCommand},
+};
+
+int usageError(const std::string& command, const std::string& message)
+{
+  const std::string name = command.empty() ? "orvan" : "orvan " + command;
+  Console::instance().message(name + ": " + message);
+  Console::instance().message("Try '" + name + " --help'.");
+  return EXIT_USAGE;
+}
+
+int main(const std::vector<std::string>& words)
+{
+  if (words.empty()) {
+    std::fputs(MAIN_HELP, stderr);
+    return EXIT_USAGE;
+  }
+  const std::string& first = words.front();
+  if (first == "-h" || first == "--help" || first == "help") {
+    std::fputs(MAIN_HELP, stdout);
+    return EXIT_OK;
+  }
+  if (first == "--version") {
+    std::printf("orvan %s\n", Core::VERSION);
+    return EXIT_OK;
+  }
+  for (const Command& command : COMMANDS) {
+    if (first == command.name) {
+      Arguments arguments(std::vector<std::string>(words.begin() + 1, words.end()));
+      try {
+        return command.run(arguments);
+      } catch (const UsageError& error) {
+        return usageError(first, error.what());
+      }
+    }
+  }
+  return usageError("", "unknown command '" + first + "'");
+}
+
+} // namespace
+
+} // namespace Orvan::Tool
+
+int main(int argc, char** argv)
+{
+  try {
+    return Orvan::Tool::main(std::vector<std::string>(argv + 1, argv + argc));
+  } catch (const std::exception& error) {
+    Orvan::Tool::Console::instance().message(std::string("orvan: ") + error.what());
+    return Orvan::Tool::EXIT_FAILED;
+  }
+}
