@@ -1,0 +1,161 @@
+// `orvan fetch` in a real (pseudo-)terminal: the bar is drawn and ends at
+// 100%.
+
+#include "TemporaryDirectory.h"
+#include "ToolProcess.h"
+
+#include <gtest/gtest.h>
+
+#include <poll.h>
+#include <pty.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <chrono>
+#include <regex>
+#include <string>
+#include <vector>
+
+namespace {
+
+using namespace Orvan::Testing;
+
+struct TerminalRun {
+  int code = -1;
+  std::string screen;
+};
+
+// Runs orvan with `arguments` in `directory`, on a terminal 100 columns wide.
+TerminalRun runInTerminal(const std::vector<std::string>& arguments, const std::filesystem::path& directory)
+{
+  std::vector<std::string> words{toolPath().string()};
+  words.insert(words.end(), arguments.begin(), arguments.end());
+  std::vector<char*> argv;
+  for (std::string& word : words) {
+    argv.push_back(word.data());
+  }
+  argv.push_back(nullptr);
+  const std::string where = directory.string();
+
+  winsize size{};
+  size.ws_row = 30;
+  size.ws_col = 100;
+  int terminal = -1;
+  const pid_t child = ::forkpty(&terminal, nullptr, nullptr, &size);
+  if (child == 0) {
+    if (::chdir(where.c_str()) != 0) {
+      ::_exit(126);
+    }
+    ::execv(argv[0], argv.data());
+    ::_exit(127);
+  }
+  TerminalRun run;
+  if (child < 0) {
+    ADD_FAILURE() << "forkpty failed: " << errno;
+    return run;
+  }
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
+  char buffer[4096];
+  while (std::chrono::steady_clock::now() < deadline) {
+    pollfd entry{terminal, POLLIN, 0};
+    if (::poll(&entry, 1, 100) <= 0) {
+      continue;
+    }
+    const ssize_t count = ::read(terminal, buffer, sizeof buffer);
+    if (count < 0 && errno == EINTR) {
+      continue;
+    }
+    if (count <= 0) {
+      break; // the program has ended and closed the terminal
+    }
+    run.screen.append(buffer, static_cast<std::size_t>(count));
+  }
+  int status = 0;
+  if (std::chrono::steady_clock::now() >= deadline) {
+    ::kill(child, SIGKILL);
+  }
+  ::waitpid(child, &status, 0);
+  ::close(terminal);
+  run.code = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+  return run;
+}
+
+// Every state of the bar that was drawn, in order.
+std::vector<std::string> bars(const std::string& screen)
+{
+  std::vector<std::string> found;
+  const std::regex bar("[ 0-9]{3}% \\[[#-]+\\]|     \\[[ <=>]+\\]");
+  std::string piece;
+  for (const char character : screen + "\r") {
+    if (character == '\r' || character == '\n') {
+      if (std::regex_search(piece, bar)) {
+        found.push_back(piece);
+      }
+      piece.clear();
+    } else {
+      piece += character;
+    }
+  }
+  return found;
+}
+
+void expectBarEndsAtOneHundredPercent(const TerminalRun& run)
+{
+  EXPECT_EQ(run.code, 0) << run.screen;
+  const auto drawn = bars(run.screen);
+  ASSERT_FALSE(drawn.empty()) << run.screen;
+  const std::string& last = drawn.back();
+  EXPECT_NE(last.find("100% [####"), std::string::npos) << last;
+  EXPECT_EQ(last.find('-'), std::string::npos) << last;
+  // Nothing else was written into the bar's line: no chunk line of the
+  // library, and the bar fits the terminal.
+  EXPECT_EQ(run.screen.find("Read: "), std::string::npos);
+  for (const auto& state : drawn) {
+    EXPECT_LT(state.size(), 100u) << state;
+  }
+  EXPECT_NE(run.screen.find("Fetched "), std::string::npos);
+}
+
+TEST(OrvanTerminal, RemoteFetchDrawsABarThatEndsAtOneHundredPercent)
+{
+  TemporaryDirectory directory;
+  const std::string content = randomBytes(16 * 1024 * 1024, 21);
+  writeFile(directory / "data.bin", content);
+  ToolProcess server(toolPath(), {"serve", (directory / "data.bin").string(), "--port", "0"});
+  ASSERT_TRUE(server.waitForOutput("Serving '"));
+  std::smatch match;
+  const std::string banner = server.output();
+  ASSERT_TRUE(std::regex_search(banner, match, std::regex(":([0-9]+)\n")));
+  const std::string target = "data.bin@127.0.0.1:" + match[1].str();
+
+  const TerminalRun run = runInTerminal({"fetch", target, "-o", "copy.bin"}, directory.path());
+  expectBarEndsAtOneHundredPercent(run);
+  EXPECT_TRUE(readFile(directory / "copy.bin") == content);
+  server.signal(SIGINT);
+  EXPECT_EQ(server.wait(), 0);
+}
+
+TEST(OrvanTerminal, LocalFetchDrawsABarThatEndsAtOneHundredPercent)
+{
+  TemporaryDirectory directory;
+  const std::string content = randomBytes(16 * 1024 * 1024, 22);
+  writeFile(directory / "data.bin", content);
+  const TerminalRun run = runInTerminal({"fetch", "data.bin", "-o", "copy.bin"}, directory.path());
+  expectBarEndsAtOneHundredPercent(run);
+  EXPECT_TRUE(readFile(directory / "copy.bin") == content);
+}
+
+TEST(OrvanTerminal, LogLinesAreWrittenAboveTheBar)
+{
+  TemporaryDirectory directory;
+  writeFile(directory / "data.bin", randomBytes(4 * 1024 * 1024, 23));
+  const TerminalRun run = runInTerminal({"fetch", "data.bin", "-o", "copy.bin", "-vv"}, directory.path());
+  expectBarEndsAtOneHundredPercent(run);
+  // Each log line starts on a line of its own, never after a bar.
+  EXPECT_NE(run.screen.find("[INFO   ] Opening 'data.bin'"), std::string::npos) << run.screen;
+  EXPECT_EQ(run.screen.find("]  [INFO"), std::string::npos);
+}
+
+} // namespace
