@@ -32,6 +32,9 @@ void closeSocket(Handle socket);
 // of an orderly end.
 void resetSocket(Handle socket);
 
+// True when the program runs under Wine rather than on Windows itself.
+bool runningUnderWine();
+
 // The code a refused connection reports (ECONNREFUSED or WSAECONNREFUSED).
 int connectionRefusedCode();
 

@@ -154,7 +154,9 @@ TEST(SocketStream, IPv6OnlyAddressIsNeverUsed)
 
 TEST(SocketStream, ResetInTheMiddleOfTheDataIsAReadError)
 {
-  const std::string chunk(64 * 1024, 'x');
+  // More than the connection holds in transit, so that the reset cuts the
+  // data short.
+  const std::string chunk(4 * 1024 * 1024, 'x');
   LoopbackServer server([&](Peer& peer) {
     peer.send(chunk);
     peer.reset();
@@ -175,6 +177,9 @@ TEST(SocketStream, ResetInTheMiddleOfTheDataIsAReadError)
   }
   error.release();
   output.release();
+  if (failure.empty() && Orvan::Testing::Loopback::runningUnderWine()) {
+    GTEST_SKIP() << "Wine reports a reset connection as an orderly end of the data";
+  }
   EXPECT_EQ(failure.rfind("Failed to read data on socket, error #", 0), 0u) << failure;
   EXPECT_TRUE(stream->bad());
   EXPECT_EQ(received, chunk.substr(0, received.size()));

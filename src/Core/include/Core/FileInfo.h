@@ -26,7 +26,7 @@ namespace Orvan::Core {
 //   <filename>@<address>:<port>[&timeout=<seconds>]
 // A drive letter and its colon may start the filename; otherwise neither the
 // filename nor the address may hold ':', and the filename may hold no '@'.
-struct ORVAN_CORE_EXPORT FileInfo {
+struct FileInfo {
   // Decides, after a failed connection, whether to wait and try again.
   // Descriptors only point at policies; nothing deletes one through this
   // interface.
@@ -52,16 +52,16 @@ struct ORVAN_CORE_EXPORT FileInfo {
   // Parses the text form; throws std::runtime_error when the text is not a
   // descriptor, and std::out_of_range when the port or timeout digits do not
   // fit a 32-bit integer. `retry` starts null.
-  explicit FileInfo(const std::string& s);
-  explicit FileInfo(const char* s);
+  ORVAN_CORE_EXPORT explicit FileInfo(const std::string& s);
+  ORVAN_CORE_EXPORT explicit FileInfo(const char* s);
 
   // Parses the path's text (UTF-8) exactly as the text form: a path holding
   // '@', or ':' anywhere but after a leading drive letter, is rejected.
-  explicit FileInfo(const std::filesystem::path& path);
+  ORVAN_CORE_EXPORT explicit FileInfo(const std::filesystem::path& path);
 
   // A remote descriptor from its fields. Empty names, an invalid port and a
   // negative timeout are reported through CORE_ASSERT, never thrown.
-  FileInfo(const std::filesystem::path& filename, const char* address, std::uint16_t p, Seconds d);
+  ORVAN_CORE_EXPORT FileInfo(const std::filesystem::path& filename, const char* address, std::uint16_t p, Seconds d);
 
   FileInfo(const FileInfo&) = default;
   FileInfo& operator=(const FileInfo&) = default;
@@ -95,10 +95,10 @@ struct ORVAN_CORE_EXPORT FileInfo {
   ~FileInfo() = default;
 
   // Remote exactly when an address is set.
-  bool isRemote() const;
+  ORVAN_CORE_EXPORT bool isRemote() const;
 
   // Orders by filename only: the same path on two servers is equivalent.
-  bool operator<(const FileInfo& other) const;
+  ORVAN_CORE_EXPORT bool operator<(const FileInfo& other) const;
 
   // Opens the file for reading. A local file is opened with `mode` (plus the
   // input bit) in a mode that lets others read, write and delete it
@@ -106,7 +106,7 @@ struct ORVAN_CORE_EXPORT FileInfo {
   // Connecting, Connected and Failed events. Throws std::system_error when
   // the file cannot be opened or the connection fails for good, and
   // std::runtime_error when the server's name cannot be resolved.
-  std::unique_ptr<std::istream> makeStream(std::optional<int> mode) const;
+  ORVAN_CORE_EXPORT std::unique_ptr<std::istream> makeStream(std::optional<int> mode) const;
 
   std::filesystem::path filename;
   std::string address;
