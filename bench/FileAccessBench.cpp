@@ -1,0 +1,233 @@
+// Reading a remote file through FileInfo::makeStream, set against a plain
+// recv loop with the same 1 MiB buffer on the same kind of loopback
+// connection, and parsing the descriptor's text form. Linux only, like every
+// benchmark here: the server and the baseline use POSIX sockets.
+#include "Comparison.h"
+
+#include <Core/FileInfo.h>
+
+#include <arpa/inet.h>
+#include <fcntl.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <istream>
+#include <regex>
+#include <stdexcept>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace {
+
+using Orvan::Core::FileInfo;
+
+constexpr std::size_t TRANSFER = std::size_t{1} << 30;
+constexpr std::size_t PIECE = std::size_t{1} << 20;
+
+// Sends TRANSFER bytes to every connection, one after the other, then closes
+// it: the remote-file protocol.
+class Server {
+public:
+  Server()
+  {
+    listener = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t length = sizeof address;
+    if (listener < 0 || ::bind(listener, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0 ||
+        ::listen(listener, 4) != 0 || ::getsockname(listener, reinterpret_cast<sockaddr*>(&address), &length) != 0) {
+      throw std::runtime_error("cannot listen on 127.0.0.1");
+    }
+    port = ntohs(address.sin_port);
+    thread = std::thread([this] { serve(); });
+  }
+
+  ~Server()
+  {
+    stopping = true;
+    thread.join();
+    ::close(listener);
+  }
+
+  unsigned short port = 0;
+
+private:
+  void serve()
+  {
+    const std::vector<char> block(PIECE, 'd');
+    while (!stopping) {
+      pollfd entry{listener, POLLIN, 0};
+      if (::poll(&entry, 1, 50) <= 0) {
+        continue;
+      }
+      const int peer = ::accept4(listener, nullptr, nullptr, SOCK_CLOEXEC);
+      if (peer < 0) {
+        continue;
+      }
+      for (std::size_t sent = 0; sent < TRANSFER;) {
+        const ssize_t n = ::send(peer, block.data(), std::min(block.size(), TRANSFER - sent), MSG_NOSIGNAL);
+        if (n <= 0) {
+          break;
+        }
+        sent += static_cast<std::size_t>(n);
+      }
+      ::close(peer);
+    }
+  }
+
+  int listener = -1;
+  std::atomic<bool> stopping{false};
+  std::thread thread;
+};
+
+Server& server()
+{
+  static Server instance;
+  return instance;
+}
+
+// The per-chunk lines of the socket stream go to /dev/null meanwhile, so that
+// the terminal's speed does not count; writing them still does.
+class QuietOutput {
+public:
+  QuietOutput()
+  {
+    std::fflush(stdout);
+    saved = ::dup(1);
+    const int null = ::open("/dev/null", O_WRONLY | O_CLOEXEC);
+    ::dup2(null, 1);
+    ::close(null);
+  }
+  ~QuietOutput()
+  {
+    std::fflush(stdout);
+    ::dup2(saved, 1);
+    ::close(saved);
+  }
+
+private:
+  int saved = -1;
+};
+
+using Seconds = std::chrono::duration<double>;
+
+// Reads the whole transfer through makeStream, with istream::read in 1 MiB
+// pieces; returns the seconds it took, or a negative value on a short read.
+double readThroughMakeStream(std::vector<char>& piece)
+{
+  const FileInfo finfo(std::string("bench.bin@127.0.0.1:") + std::to_string(server().port));
+  QuietOutput quiet;
+  const auto start = std::chrono::steady_clock::now();
+  const auto stream = finfo.makeStream(std::nullopt);
+  std::size_t total = 0;
+  while (stream->read(piece.data(), static_cast<std::streamsize>(piece.size())) || stream->gcount() > 0) {
+    total += static_cast<std::size_t>(stream->gcount());
+  }
+  const double seconds = Seconds(std::chrono::steady_clock::now() - start).count();
+  return total == TRANSFER ? seconds : -1;
+}
+
+// The baseline: connect, then recv into a 1 MiB buffer until the end.
+double readWithPlainRecv(std::vector<char>& buffer)
+{
+  const auto start = std::chrono::steady_clock::now();
+  const int socket = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  address.sin_port = htons(server().port);
+  std::size_t total = 0;
+  if (::connect(socket, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0) {
+    for (ssize_t n; (n = ::recv(socket, buffer.data(), buffer.size(), 0)) > 0;) {
+      total += static_cast<std::size_t>(n);
+    }
+  }
+  ::close(socket);
+  const double seconds = Seconds(std::chrono::steady_clock::now() - start).count();
+  return total == TRANSFER ? seconds : -1;
+}
+
+// Best of each, rounds alternating between the two, so that other load on a
+// shared machine hits both alike.
+struct SideBySide {
+  double ours = 0;
+  double plain = 0;
+};
+SideBySide best;
+
+void RemoteReadSideBySide(benchmark::State& state)
+{
+  std::vector<char> piece(PIECE);
+  constexpr int ROUNDS = 5;
+  for (auto _ : state) {
+    best = {};
+    for (int round = 0; round < ROUNDS; ++round) {
+      const double ours = readThroughMakeStream(piece);
+      const double plain = readWithPlainRecv(piece);
+      if (ours < 0 || plain < 0) {
+        state.SkipWithError("short transfer");
+        return;
+      }
+      best.ours = round == 0 ? ours : std::min(best.ours, ours);
+      best.plain = round == 0 ? plain : std::min(best.plain, plain);
+    }
+  }
+  state.counters["makeStream_GBps"] = static_cast<double>(TRANSFER) / best.ours / 1e9;
+  state.counters["plain_recv_GBps"] = static_cast<double>(TRANSFER) / best.plain / 1e9;
+  state.counters["ratio"] = best.plain / best.ours;
+}
+BENCHMARK(RemoteReadSideBySide)->Iterations(1)->UseRealTime()->Unit(benchmark::kMillisecond);
+
+void ParseRemoteTextForm(benchmark::State& state)
+{
+  const std::string text = "data.bin@server:4000&timeout=30";
+  for (auto _ : state) {
+    FileInfo finfo(text);
+    benchmark::DoNotOptimize(finfo.port);
+  }
+}
+BENCHMARK(ParseRemoteTextForm);
+
+void ParseLocalTextForm(benchmark::State& state)
+{
+  const std::string text = "C:\\data\\input\\data.bin";
+  for (auto _ : state) {
+    FileInfo finfo(text);
+    benchmark::DoNotOptimize(finfo.filename);
+  }
+}
+BENCHMARK(ParseLocalTextForm);
+
+// What every parse would cost if the pattern were compiled each time.
+void CompileTheTextFormPattern(benchmark::State& state)
+{
+  for (auto _ : state) {
+    std::regex pattern("^((?:[A-Za-z]:)?[^@:]*)(?:@([^:]*):([0-9]+)(?:&timeout=([0-9]+))?)?$");
+    benchmark::DoNotOptimize(pattern);
+  }
+}
+BENCHMARK(CompileTheTextFormPattern);
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+  const int result = Orvan::Bench::runAndCompare(argc, argv, {{"ParseRemoteTextForm", "CompileTheTextFormPattern", 0}});
+  if (best.ours > 0 && best.plain > 0) {
+    const double gigabytes = static_cast<double>(TRANSFER) / 1e9;
+    std::printf("\nremote read of 1 GiB, best of 5 alternating rounds: makeStream %.2f GB/s, plain recv %.2f GB/s, "
+                "throughput ratio %.2f (target >= 0.90)\n",
+                gigabytes / best.ours, gigabytes / best.plain, best.plain / best.ours);
+  }
+  std::printf("text form parsing: target <= 2000 ns per descriptor (ParseRemoteTextForm, ParseLocalTextForm above)\n");
+  return result;
+}
