@@ -30,7 +30,7 @@ using Orvan::Core::Logging::LoggingType;
 using Orvan::Core::Process::CancelationToken;
 using Orvan::Core::Process::TimeoutRetry;
 using Orvan::Testing::AssertRecorder;
-using Orvan::Testing::LineRecorder;
+using Orvan::Testing::RecordingLogger;
 using Orvan::Testing::LoopbackServer;
 using Orvan::Testing::OutputCapture;
 using Orvan::Testing::Peer;
@@ -156,7 +156,7 @@ TEST_F(MakeStream, LocalFileIsReadableAndTheOpeningIsLogged)
   const auto stream = finfo.makeStream(std::ios::in | std::ios::binary);
   ASSERT_NE(stream, nullptr);
   EXPECT_EQ(readAll(*stream), std::string("local\0bytes", 11));
-  EXPECT_EQ(logger->lines(), (std::vector<LineRecorder::Line>{
+  EXPECT_EQ(logger->lines(), (std::vector<RecordingLogger::Line>{
                                  {LoggingType::Info, "Opening '" + Orvan::Utils::FileHelper::toString(path) + "'\n"}}));
   EXPECT_TRUE(events->entries().empty());
 }
@@ -253,7 +253,7 @@ TEST_F(MakeStream, RemoteFileIsReadUntilTheServerCloses)
     EXPECT_EQ(entry.info.level, LoggingType::Info);
     EXPECT_EQ(entry.info.package, Orvan::Utils::ErrorManagement::PackageIdentifier::Core);
   }
-  EXPECT_EQ(logger->lines(), (std::vector<LineRecorder::Line>{{LoggingType::Info, "Opening '" + target + "'\n"},
+  EXPECT_EQ(logger->lines(), (std::vector<RecordingLogger::Line>{{LoggingType::Info, "Opening '" + target + "'\n"},
                                                               {LoggingType::Info, "Connecting to: '" + target + "'..."},
                                                               {LoggingType::Info, "Connected to: '" + target + "'."}}));
 }
@@ -274,7 +274,7 @@ TEST_F(MakeStream, ServerDownWithoutPolicyFailsAfterOneAttempt)
   EXPECT_EQ(events->ids(), (std::vector<std::uint32_t>{Events::CONNECTING, Events::FAILED_TO_CONNECT}));
   EXPECT_EQ(events->texts().back(), "Failed to connected to: '" + target + "'!");
   EXPECT_EQ(events->entries().back().info.level, LoggingType::Error);
-  EXPECT_EQ(logger->lines().back(), (LineRecorder::Line{LoggingType::Error, "Failed to connected to: '" + target + "'!"}));
+  EXPECT_EQ(logger->lines().back(), (RecordingLogger::Line{LoggingType::Error, "Failed to connected to: '" + target + "'!"}));
 }
 
 TEST_F(MakeStream, ZeroTimeoutUnderThePolicyIsASingleAttempt)

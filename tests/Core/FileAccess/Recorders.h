@@ -2,17 +2,15 @@
 
 #include <Core/Event/Event.h>
 #include <Core/Event/EventListener.h>
-#include <Core/Logging/Logger.h>
 #include <Core/Logging/LoggingCallback.h>
-
-#include <gtest/gtest.h>
+#include <FacadeReset.h>
+#include <RecordingLogger.h>
 
 #include <chrono>
 #include <cstdint>
 #include <memory>
 #include <mutex>
 #include <string>
-#include <utility>
 #include <vector>
 
 namespace Orvan::Testing {
@@ -71,58 +69,18 @@ private:
   std::vector<Entry> recorded;
 };
 
-// Every logged line with its level.
-class LineRecorder : public Core::Logging::Logger {
-public:
-  using Line = std::pair<Core::Logging::LoggingType, std::string>;
-
-  void info(const std::string& message) override { record(Core::Logging::LoggingType::Info, message); }
-  void warning(const std::string& message) override { record(Core::Logging::LoggingType::Warning, message); }
-  void error(const std::string& message) override { record(Core::Logging::LoggingType::Error, message); }
-  void debug(const std::string& message) override { record(Core::Logging::LoggingType::Debug, message); }
-  void verbose(const std::string& message) override { record(Core::Logging::LoggingType::Verbose, message); }
-  void triggerLogMemory() override {}
-
-  std::vector<Line> lines() const
-  {
-    const std::lock_guard lock(mutex);
-    return recorded;
-  }
-
-private:
-  void record(Core::Logging::LoggingType type, const std::string& message)
-  {
-    const std::lock_guard lock(mutex);
-    recorded.emplace_back(type, message);
-  }
-
-  mutable std::mutex mutex;
-  std::vector<Line> recorded;
-};
-
-// Installs a fresh event recorder and line recorder for each test and leaves
+// Installs a fresh event recorder and recording logger for each test and leaves
 // the process-wide settings empty afterwards.
-class RecordingTest : public ::testing::Test {
+class RecordingTest : public FacadeReset {
 protected:
   RecordingTest()
   {
-    clear();
     Core::Event::setEventListenner(events);
     Core::Logging::setLogger(logger);
   }
 
-  ~RecordingTest() override { clear(); }
-
-  static void clear()
-  {
-    Core::Logging::setLogger({});
-    Core::Logging::sLoggingFunction = nullptr;
-    Core::Logging::setTranslator({});
-    Core::Event::setEventListenner({});
-  }
-
   std::shared_ptr<EventRecorder> events = std::make_shared<EventRecorder>();
-  std::shared_ptr<LineRecorder> logger = std::make_shared<LineRecorder>();
+  std::shared_ptr<RecordingLogger> logger = std::make_shared<RecordingLogger>();
 };
 
 // Standard output and error as written on this platform, with "\r\n" line

@@ -18,7 +18,7 @@ using Orvan::Core::Logging::LoggingType;
 using Orvan::Core::Process::CancelationToken;
 using Orvan::Core::Process::TimeoutRetry;
 using Orvan::Testing::AssertRecorder;
-using Orvan::Testing::LineRecorder;
+using Orvan::Testing::RecordingLogger;
 using Orvan::Testing::RecordingTest;
 using Clock = std::chrono::system_clock;
 using Timer = Orvan::Utils::Timer<Clock>;
@@ -63,7 +63,7 @@ TEST_F(TimeoutRetryTest, RetriesUntilTheTimeoutThenReportsIt)
   EXPECT_EQ(entries[0].info.package, Orvan::Utils::ErrorManagement::PackageIdentifier::Core);
   EXPECT_EQ(entries[0].info.eventId, Events::TIMEOUT_REACHED);
   EXPECT_EQ(events->texts(), std::vector<std::string>{"Timeout reached while connecting to: 'f@host:80&timeout=2'"});
-  EXPECT_EQ(logger->lines(), (std::vector<LineRecorder::Line>{
+  EXPECT_EQ(logger->lines(), (std::vector<RecordingLogger::Line>{
                                  {LoggingType::Warning, "Timeout reached while connecting to: 'f@host:80&timeout=2'"}}));
 }
 
@@ -79,7 +79,7 @@ TEST_F(TimeoutRetryTest, CancelledTokenGivesUpWhateverTheTime)
   EXPECT_EQ(entries[0].info.level, LoggingType::Warning);
   EXPECT_EQ(entries[0].info.eventId, Events::CANCELLED_CONNECTION);
   EXPECT_EQ(events->texts(), std::vector<std::string>{"Cancelled connection to: 'f@host:80&timeout=30'"});
-  EXPECT_EQ(logger->lines(), (std::vector<LineRecorder::Line>{
+  EXPECT_EQ(logger->lines(), (std::vector<RecordingLogger::Line>{
                                  {LoggingType::Warning, "Cancelled connection to: 'f@host:80&timeout=30'"}}));
 }
 
