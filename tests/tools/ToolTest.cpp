@@ -252,6 +252,31 @@ TEST(OrvanSocat, FetchFromSocat)
   EXPECT_EQ(server.wait(), 0);
 }
 
+TEST(OrvanSocat, SlowTransferShowsAPlainLineEveryFewSeconds)
+{
+  const std::filesystem::path socat = findOnPath("socat");
+  if (socat.empty()) {
+    if (std::getenv("CI") != nullptr) {
+      FAIL() << "socat is not installed; the test setup must install it";
+    }
+    GTEST_SKIP() << "socat is not installed (apt-get install socat); skipped outside CI";
+  }
+  TemporaryDirectory directory;
+  const unsigned short port = freePort();
+  // 100 kB a second for five seconds.
+  ToolProcess server(socat, {"-U", "TCP-LISTEN:" + std::to_string(port) + ",bind=127.0.0.1,reuseaddr",
+                             "SYSTEM:for i in 1 2 3 4 5; do head -c 100000 /dev/zero; sleep 1; done"});
+  const ToolResult fetched = runTool(
+      {"fetch", "slow.bin@127.0.0.1:" + std::to_string(port) + "&timeout=30", "-o", (directory / "slow.bin").string()});
+  EXPECT_EQ(fetched.code, 0) << fetched.error;
+  EXPECT_EQ(std::filesystem::file_size(directory / "slow.bin"), 500000u);
+  // Standard error is a file here: plain lines, no bar.
+  EXPECT_TRUE(std::regex_search(fetched.error, std::regex("(^|\n)slow\\.bin: [0-9.]+ KiB at [0-9.]+ [KM]?i?B/s\n")))
+      << fetched.error;
+  EXPECT_EQ(fetched.error.find('\r'), std::string::npos);
+  EXPECT_EQ(server.wait(), 0);
+}
+
 // fetch failures.
 
 TEST(OrvanFetch, RefusedTargetIsRetriedUntilTheTimeout)

@@ -70,8 +70,8 @@ void ProgressDisplay::onProgressionUpdated(double fraction)
   }
   std::string line = state.name + ": " + formatBytes(bytes);
   if (state.size) {
-    line += " of " + formatBytes(*state.size) + " (" + percent(fraction).substr(percent(fraction).find_first_not_of(' '))
-            + ")";
+    const std::string share = percent(fraction);
+    line += " of " + formatBytes(*state.size) + " (" + share.substr(share.find_first_not_of(' ')) + ")";
   }
   line += " at " + rateText(currentRate);
   Console::instance().message(line);
