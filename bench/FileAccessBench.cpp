@@ -2,6 +2,8 @@
 // recv loop with the same 1 MiB buffer on the same kind of loopback
 // connection, and parsing the descriptor's text form. Linux only, like every
 // benchmark here: the server and the baseline use POSIX sockets.
+//
+// The transfer is 1 GiB; --transfer_mib=N makes it N MiB, for a quick run.
 #include "Comparison.h"
 
 #include <Core/FileInfo.h>
@@ -29,10 +31,11 @@ namespace {
 
 using Orvan::Core::FileInfo;
 
-constexpr std::size_t TRANSFER = std::size_t{1} << 30;
+constexpr std::size_t MIB = std::size_t{1} << 20;
+std::size_t transfer = std::size_t{1} << 30;
 constexpr std::size_t PIECE = std::size_t{1} << 20;
 
-// Sends TRANSFER bytes to every connection, one after the other, then closes
+// Sends `transfer` bytes to every connection, one after the other, then closes
 // it: the remote-file protocol.
 class Server {
 public:
@@ -73,8 +76,8 @@ private:
       if (peer < 0) {
         continue;
       }
-      for (std::size_t sent = 0; sent < TRANSFER;) {
-        const ssize_t n = ::send(peer, block.data(), std::min(block.size(), TRANSFER - sent), MSG_NOSIGNAL);
+      for (std::size_t sent = 0; sent < transfer;) {
+        const ssize_t n = ::send(peer, block.data(), std::min(block.size(), transfer - sent), MSG_NOSIGNAL);
         if (n <= 0) {
           break;
         }
@@ -133,7 +136,7 @@ double readThroughMakeStream(std::vector<char>& piece)
     total += static_cast<std::size_t>(stream->gcount());
   }
   const double seconds = Seconds(std::chrono::steady_clock::now() - start).count();
-  return total == TRANSFER ? seconds : -1;
+  return total == transfer ? seconds : -1;
 }
 
 // The baseline: connect, then recv into a 1 MiB buffer until the end.
@@ -153,7 +156,7 @@ double readWithPlainRecv(std::vector<char>& buffer)
   }
   ::close(socket);
   const double seconds = Seconds(std::chrono::steady_clock::now() - start).count();
-  return total == TRANSFER ? seconds : -1;
+  return total == transfer ? seconds : -1;
 }
 
 // Best of each, rounds alternating between the two, so that other load on a
@@ -181,9 +184,10 @@ void RemoteReadSideBySide(benchmark::State& state)
       best.plain = round == 0 ? plain : std::min(best.plain, plain);
     }
   }
-  state.counters["makeStream_GBps"] = static_cast<double>(TRANSFER) / best.ours / 1e9;
-  state.counters["plain_recv_GBps"] = static_cast<double>(TRANSFER) / best.plain / 1e9;
+  state.counters["makeStream_GBps"] = static_cast<double>(transfer) / best.ours / 1e9;
+  state.counters["plain_recv_GBps"] = static_cast<double>(transfer) / best.plain / 1e9;
   state.counters["ratio"] = best.plain / best.ours;
+  state.counters["transfer_MiB"] = static_cast<double>(transfer / MIB);
 }
 BENCHMARK(RemoteReadSideBySide)->Iterations(1)->UseRealTime()->Unit(benchmark::kMillisecond);
 
@@ -217,16 +221,44 @@ void CompileTheTextFormPattern(benchmark::State& state)
 }
 BENCHMARK(CompileTheTextFormPattern);
 
+// Takes --transfer_mib=N out of the arguments, before the benchmark library
+// sees them; false when N is not a positive number.
+bool takeTransferArgument(int& argc, char** argv)
+{
+  static const std::string FLAG = "--transfer_mib=";
+  int kept = 0;
+  for (int i = 0; i < argc; ++i) {
+    const std::string argument = argv[i];
+    if (i > 0 && argument.compare(0, FLAG.size(), FLAG) == 0) {
+      char* end = nullptr;
+      const unsigned long long mebibytes = std::strtoull(argument.c_str() + FLAG.size(), &end, 10);
+      if (*end != '\0' || mebibytes == 0 || argument.size() == FLAG.size()) {
+        std::fprintf(stderr, "%s: expected a positive number of MiB\n", argument.c_str());
+        return false;
+      }
+      transfer = static_cast<std::size_t>(mebibytes) * MIB;
+      continue;
+    }
+    argv[kept++] = argv[i];
+  }
+  argc = kept;
+  argv[argc] = nullptr;
+  return true;
+}
+
 } // namespace
 
 int main(int argc, char** argv)
 {
+  if (!takeTransferArgument(argc, argv)) {
+    return 1;
+  }
   const int result = Orvan::Bench::runAndCompare(argc, argv, {{"ParseRemoteTextForm", "CompileTheTextFormPattern", 0}});
   if (best.ours > 0 && best.plain > 0) {
-    const double gigabytes = static_cast<double>(TRANSFER) / 1e9;
-    std::printf("\nremote read of 1 GiB, best of 5 alternating rounds: makeStream %.2f GB/s, plain recv %.2f GB/s, "
+    const double gigabytes = static_cast<double>(transfer) / 1e9;
+    std::printf("\nremote read of %zu MiB, best of 5 alternating rounds: makeStream %.2f GB/s, plain recv %.2f GB/s, "
                 "throughput ratio %.2f (target >= 0.90)\n",
-                gigabytes / best.ours, gigabytes / best.plain, best.plain / best.ours);
+                transfer / MIB, gigabytes / best.ours, gigabytes / best.plain, best.plain / best.ours);
   }
   std::printf("text form parsing: target <= 2000 ns per descriptor (ParseRemoteTextForm, ParseLocalTextForm above)\n");
   return result;
