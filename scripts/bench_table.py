@@ -1,0 +1,236 @@
+#!/usr/bin/env python3
+"""Builds the benchmark table from the JSON reports of the programs of bench/.
+
+    scripts/bench_table.py [--build DIR] REPORTS_DIR
+
+Reads every REPORTS_DIR/*.json written by Google Benchmark
+(--benchmark_out_format=json), takes each benchmark's median over its
+repetitions, and prints one Markdown table: our figure, the baseline measured
+in the same run, the ratio, the target and whether it is met. Exits with 1
+when a figure is missing from the reports.
+"""
+
+import argparse
+import glob
+import json
+import os
+import re
+import statistics
+import sys
+
+CPU = "cpu"    # CPU time of the benchmark's thread: what other load on a shared machine disturbs least
+WALL = "wall"  # wall-clock time: for figures that wait on another process or a socket
+
+
+class Figure:
+    def __init__(self, label, ours, baseline=None, baseline_label="", clock=CPU,
+                 at_most_ns=None, ratio_at_most=None, ratio_below=None):
+        self.label = label
+        self.ours = ours
+        self.baseline = baseline
+        self.baseline_label = baseline_label
+        self.clock = clock
+        self.at_most_ns = at_most_ns
+        self.ratio_at_most = ratio_at_most
+        self.ratio_below = ratio_below
+
+
+FIGURES = [
+    Figure("`logInfo`, no logger and no callback (dropped)", "DroppedMessage", at_most_ns=20),
+    Figure("`logInfo` to a logger that does nothing", "DispatchToLogger",
+           "DirectCallThroughWeakPtr", "virtual call through a locked `weak_ptr`", ratio_at_most=1.5),
+    Figure("`FileLogger::info`, 200-byte message, flushed", "FileLoggerInfo",
+           "RawWriteOfAFormattedLine", "one `write(2)` of the formatted line", ratio_at_most=1.2),
+    Figure("`FileLogger::info`, 200-byte message, flushed", "FileLoggerInfo",
+           "SpdlogFlushingEveryLine", "spdlog `basic_file_sink_mt`, flush on every line", ratio_below=1.0),
+    Figure("`MemorySpy::captureMemoryUsage`", "CaptureMemoryUsage", at_most_ns=30000),
+    Figure("`ProcessProgressionLinear` `++`, lone counter", "LoneCounterIncrement",
+           "BareAtomicFetchAdd", "bare atomic `fetch_add`", ratio_at_most=3),
+    Figure("`++` on a grandchild, root observed every 100 ms", "ObservedGrandchildIncrement", at_most_ns=150),
+    Figure("`System::run(\"true\")`, no logger (wall clock)", "RunProgram",
+           "SpawnAndWait", "`posix_spawnp` + `waitpid`", clock=WALL, ratio_at_most=1.15),
+    Figure("text form parsing, `data.bin@server:4000&timeout=30`", "ParseRemoteTextForm", at_most_ns=2000),
+    Figure("text form parsing, `C:\\data\\input\\data.bin`", "ParseLocalTextForm", at_most_ns=2000),
+]
+
+# The remote read reports throughputs in counters rather than a time per
+# iteration; its ratio is ours over the baseline's, so higher is better.
+REMOTE_READ = "RemoteReadSideBySide"
+REMOTE_READ_AT_LEAST = 0.9
+
+
+def benchmark_name(run_name):
+    """The function name: run names carry suffixes such as /repeats:5/real_time."""
+    return run_name.split("/")[0]
+
+
+def to_ns(value, unit):
+    return value * {"ns": 1, "us": 1e3, "ms": 1e6, "s": 1e9}[unit]
+
+
+def load(directory):
+    """Returns ({benchmark: {"cpu": ns, "wall": ns, counters...}}, [contexts])."""
+    medians, singles, contexts = {}, {}, []
+    for path in sorted(glob.glob(os.path.join(directory, "*.json"))):
+        with open(path, encoding="utf-8") as file:
+            report = json.load(file)
+        contexts.append(report.get("context", {}))
+        for run in report.get("benchmarks", []):
+            if run.get("error_occurred"):
+                continue
+            name = benchmark_name(run.get("run_name", run["name"]))
+            figures = {key: value for key, value in run.items() if isinstance(value, (int, float))}
+            figures[CPU] = to_ns(run["cpu_time"], run["time_unit"])
+            figures[WALL] = to_ns(run["real_time"], run["time_unit"])
+            if run.get("run_type") == "aggregate":
+                if run.get("aggregate_name") == "median":
+                    medians[name] = figures
+            else:
+                singles.setdefault(name, []).append(figures)
+    # Without aggregates (a single repetition), the median of the runs.
+    for name, runs in singles.items():
+        if name not in medians:
+            medians[name] = {key: statistics.median(run[key] for run in runs)
+                             for key in runs[0] if all(key in run for run in runs)}
+    return medians, contexts
+
+
+def format_time(ns):
+    for unit, scale in (("s", 1e9), ("ms", 1e6), ("µs", 1e3)):
+        if ns >= scale:
+            return f"{ns / scale:.3g} {unit}"
+    return f"{ns:.3g} ns"
+
+
+def format_limit(value):
+    return f"{value:g}"
+
+
+def rows(medians):
+    """Yields (figure, ours, baseline, ratio, target, met), met None when missing."""
+    for figure in FIGURES:
+        ours = medians.get(figure.ours, {}).get(figure.clock)
+        if figure.at_most_ns is not None:
+            target = f"at most {format_time(figure.at_most_ns)}"
+            if ours is None:
+                yield figure.label, "missing", "", "", target, None
+                continue
+            yield figure.label, format_time(ours), "", "", target, ours <= figure.at_most_ns
+            continue
+        baseline = medians.get(figure.baseline, {}).get(figure.clock)
+        if figure.ratio_at_most is not None:
+            target = f"at most {format_limit(figure.ratio_at_most)}"
+        else:
+            target = f"below {format_limit(figure.ratio_below)}"
+        if ours is None or baseline is None:
+            yield figure.label, "missing" if ours is None else format_time(ours), \
+                "missing" if baseline is None else format_time(baseline), "", target, None
+            continue
+        ratio = ours / baseline
+        met = ratio <= figure.ratio_at_most if figure.ratio_at_most is not None else ratio < figure.ratio_below
+        yield (figure.label, format_time(ours), f"{format_time(baseline)} ({figure.baseline_label})",
+               f"{ratio:.3f}", target, met)
+
+    read = medians.get(REMOTE_READ, {})
+    size = read.get("transfer_MiB")
+    label = "`makeStream` remote read over loopback"
+    if size is not None:
+        label += f", {size:.0f} MiB, best of 5 rounds (wall clock)"
+    target = f"at least {format_limit(REMOTE_READ_AT_LEAST)} (throughput: higher is better)"
+    ours, baseline = read.get("makeStream_GBps"), read.get("plain_recv_GBps")
+    if ours is None or baseline is None:
+        yield label, "missing", "missing", "", target, None
+        return
+    ratio = ours / baseline
+    yield (label, f"{ours:.2f} GB/s", f"{baseline:.2f} GB/s (plain `recv` loop, same buffer)",
+           f"{ratio:.3f}", target, ratio >= REMOTE_READ_AT_LEAST)
+
+
+def compiler(build):
+    """'g++ 12.2.0' from the build tree's CMake compiler record, if there is one."""
+    for path in glob.glob(os.path.join(build, "CMakeFiles", "*", "CMakeCXXCompiler.cmake")):
+        with open(path, encoding="utf-8") as file:
+            text = file.read()
+        identifier = re.search(r'set\(CMAKE_CXX_COMPILER_ID "([^"]*)"\)', text)
+        version = re.search(r'set\(CMAKE_CXX_COMPILER_VERSION "([^"]*)"\)', text)
+        if identifier and version:
+            name = {"GNU": "g++", "Clang": "clang++"}.get(identifier.group(1), identifier.group(1))
+            return f"{name} {version.group(1)}"
+    return "unknown compiler"
+
+
+def operating_system():
+    try:
+        with open("/etc/os-release", encoding="utf-8") as file:
+            for line in file:
+                if line.startswith("PRETTY_NAME="):
+                    return line.split("=", 1)[1].strip().strip('"')
+    except OSError:
+        pass
+    return sys.platform
+
+
+def machine(contexts, build):
+    cpus = max((context.get("num_cpus", 0) for context in contexts), default=0)
+    loads = [context["load_avg"][0] for context in contexts if context.get("load_avg")]
+    text = f"{cpus} cores, {operating_system()}, {compiler(build)}, release build"
+    if loads:
+        text += f"; load average {min(loads):.1f} to {max(loads):.1f} while the programs started"
+    return text
+
+
+def repetitions(medians):
+    """'3 repetitions' or '3 repetitions (5 for RunProgram, SpawnAndWait)'."""
+    counts = {name: int(figures.get("repetitions", 1)) for name, figures in medians.items()}
+    if not counts:
+        return "no repetitions"
+    usual = statistics.mode(counts.values())
+    others = {}
+    for name, count in sorted(counts.items()):
+        if count != usual:
+            others.setdefault(count, []).append(name)
+    text = f"{usual} repetition" + ("s" if usual != 1 else "")
+    if others:
+        text += " (" + "; ".join(f"{count} for {', '.join(names)}" for count, names in sorted(others.items())) + ")"
+    return text
+
+
+def main():
+    parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
+    parser.add_argument("reports", help="directory of the programs' JSON reports")
+    parser.add_argument("--build", default="build/release", help="the build tree, to name the compiler")
+    arguments = parser.parse_args()
+
+    medians, contexts = load(arguments.reports)
+    if not contexts:
+        print(f"no JSON report in {arguments.reports}", file=sys.stderr)
+        return 1
+
+    header = ("figure", "ours", "baseline, same run", "ratio", "target", "")
+    table = []
+    missing = met = 0
+    for label, ours, baseline, ratio, target, ok in rows(medians):
+        mark = "missing" if ok is None else ("pass" if ok else "FAIL")
+        missing += ok is None
+        met += bool(ok)
+        table.append((label, ours, baseline, ratio, target, mark))
+
+    widths = [max(len(row[column]) for row in [header] + table) for column in range(len(header))]
+
+    def line(cells):
+        return "| " + " | ".join(cell.ljust(width) for cell, width in zip(cells, widths)) + " |"
+
+    print(line(header))
+    print("|" + "|".join("-" * (width + 2) for width in widths) + "|")
+    for row in table:
+        print(line(row))
+    print()
+    print(f"Medians of {repetitions(medians)}; CPU time of the benchmark's thread, "
+          "wall-clock time where marked; ratio = ours / baseline.")
+    print(f"Machine: {machine(contexts, arguments.build)}.")
+    print(f"Targets met: {met} of {len(table)}" + (f"; {missing} figures missing" if missing else "") + ".")
+    return 1 if missing else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())
