@@ -284,7 +284,8 @@ TEST_F(ProgressionObserver, PendingChangeFindingTheObservableGoneReportsTheEvent
       continue;
     }
 
-    ASSERT_TRUE(waitFor([&] { return !listener->received().empty(); }));
+    // The listener hears the event before it is logged: wait for both.
+    ASSERT_TRUE(waitFor([&] { return !listener->received().empty() && !logger->lines().empty(); }));
     const std::vector<Event::EventInfo> events = listener->received();
     ASSERT_EQ(events.size(), 1u);
     EXPECT_EQ(events[0].level, LoggingType::Warning);
