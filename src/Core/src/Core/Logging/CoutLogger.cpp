@@ -46,7 +46,7 @@ void CoutLogger::triggerLogMemory()
 void CoutLogger::writeLine(const char* tag, const std::string& message)
 {
   const std::lock_guard lock(mutex);
-  std::cout << tag << message << std::endl;
+  writeConsoleLine(tag, message);
 }
 
 } // namespace Orvan::Core::Logging

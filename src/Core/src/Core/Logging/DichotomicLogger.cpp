@@ -39,7 +39,7 @@ void DichotomicLogger::warning(const std::string& message)
   if (filtered) {
     filtered->warning(message);
   }
-  std::cout << consoleTag(LoggingType::Warning) << message << std::endl;
+  writeConsoleLine(consoleTag(LoggingType::Warning), message);
   if (const std::shared_ptr<Logger> complete = completeLogger.logger.lock()) {
     complete->warning(message);
   }
@@ -51,7 +51,7 @@ void DichotomicLogger::error(const std::string& message)
   if (filtered) {
     filtered->error(message);
   }
-  std::cout << consoleTag(LoggingType::Error) << message << std::endl;
+  writeConsoleLine(consoleTag(LoggingType::Error), message);
   if (const std::shared_ptr<Logger> complete = completeLogger.logger.lock()) {
     complete->error(message);
   }
