@@ -1,0 +1,310 @@
+#include "../Process/Progression/ProgressionRecorders.h"
+
+#include <AssertRecorder.h>
+#include <Core/Event/Event.h>
+#include <Core/Event/EventInfo.h>
+#include <Core/Event/EventListener.h>
+#include <Core/Logging/LoggingCallback.h>
+#include <Core/Logging/LoggingType.h>
+#include <Core/Process/Progression/ProcessProgressionLinear.h>
+#include <Core/Process/Progression/ProcessProgressionTreeNode.h>
+#include <FacadeReset.h>
+#include <RecordingLogger.h>
+#include <WaitFor.h>
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <cstddef>
+#include <deque>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <utility>
+#include <variant>
+#include <vector>
+
+namespace Event = Orvan::Core::Event;
+using Orvan::Core::Logging::LoggingType;
+using Orvan::Core::Process::Progression::ProcessProgressionLinear;
+using Orvan::Core::Process::Progression::ProcessProgressionTreeNode;
+using Orvan::Testing::AssertRecorder;
+using Orvan::Testing::observableOf;
+using Orvan::Testing::RecordingLogger;
+using Orvan::Testing::RecordingObserver;
+using Orvan::Testing::waitFor;
+using Orvan::Utils::ErrorManagement::PackageIdentifier;
+using namespace std::chrono_literals;
+
+namespace {
+
+const std::string OBSERVABLE_GONE = "Observable has been destroyed while observer were still listenning";
+
+// A three-level tree: a root, two parents, two counters under each parent.
+struct Tree {
+  Tree()
+  {
+    for (int parentIndex = 0; parentIndex < 2; ++parentIndex) {
+      auto parent = std::make_unique<ProcessProgressionTreeNode>();
+      parents.push_back(parent.get());
+      for (int counterIndex = 0; counterIndex < 2; ++counterIndex) {
+        auto counter = std::make_unique<ProcessProgressionLinear>(TOTAL);
+        counters.push_back(counter.get());
+        parent->addChild(std::move(counter));
+      }
+      root->addChild(std::move(parent));
+    }
+  }
+
+  std::vector<ProcessProgressionTreeNode*> nodes() const
+  {
+    std::vector<ProcessProgressionTreeNode*> all{root.get()};
+    all.insert(all.end(), parents.begin(), parents.end());
+    all.insert(all.end(), counters.begin(), counters.end());
+    return all;
+  }
+
+  static constexpr unsigned long long TOTAL = 100000000;
+
+  std::shared_ptr<ProcessProgressionTreeNode> root = std::make_shared<ProcessProgressionTreeNode>();
+  std::vector<ProcessProgressionTreeNode*> parents;
+  std::vector<ProcessProgressionLinear*> counters;
+};
+
+// Two threads each advance the two counters under one parent, one with ++ and
+// one with +=, until told to stop; `rounds` counts what they did.
+class Workers {
+public:
+  explicit Workers(const Tree& tree)
+  {
+    for (std::size_t first = 0; first < tree.counters.size(); first += 2) {
+      threads.emplace_back([this, single = tree.counters[first], batched = tree.counters[first + 1]] {
+        while (!stopped.load()) {
+          ++*single;
+          *batched += 3;
+          if (++rounds % 64 == 0) {
+            std::this_thread::yield();
+          }
+        }
+      });
+    }
+  }
+
+  ~Workers() { stop(); }
+
+  Workers(const Workers&) = delete;
+  Workers& operator=(const Workers&) = delete;
+
+  void stop()
+  {
+    stopped.store(true);
+    for (std::thread& thread : threads) {
+      if (thread.joinable()) {
+        thread.join();
+      }
+    }
+  }
+
+  std::atomic<unsigned long long> rounds{0};
+
+private:
+  std::atomic<bool> stopped{false};
+  std::vector<std::thread> threads;
+};
+
+// The readings of a progression whose counters only grow never go down.
+bool isNonDecreasingFraction(const std::vector<double>& values)
+{
+  for (std::size_t index = 0; index < values.size(); ++index) {
+    if (values[index] < 0.0 || values[index] > 1.0 || (index > 0 && values[index] < values[index - 1])) {
+      return false;
+    }
+  }
+  return true;
+}
+
+struct RecordingListener : Event::EventListener {
+  void onEvent(const Event::EventInfo& info) override
+  {
+    const std::lock_guard lock(mutex);
+    events.push_back(info);
+  }
+
+  std::vector<Event::EventInfo> received() const
+  {
+    const std::lock_guard lock(mutex);
+    return events;
+  }
+
+  mutable std::mutex mutex;
+  std::vector<Event::EventInfo> events;
+};
+
+class StressProgression : public Orvan::Testing::FacadeReset {
+protected:
+  void install()
+  {
+    logger = std::make_shared<RecordingLogger>();
+    listener = std::make_shared<RecordingListener>();
+    Orvan::Core::Logging::setLogger(logger);
+    Event::setEventListenner(listener);
+  }
+
+  std::shared_ptr<RecordingLogger> logger;
+  std::shared_ptr<RecordingListener> listener;
+};
+
+} // namespace
+
+TEST_F(StressProgression, AThousandObserversComeAndGoFromFourThreadsWhileTheTreeAdvances)
+{
+  install();
+  AssertRecorder recorder;
+  Tree tree;
+  auto rootToken = tree.root->getToken();
+  const std::vector<ProcessProgressionTreeNode*> nodes = tree.nodes();
+  RecordingObserver lasting(tree.root, 10);
+
+  constexpr int CHURNERS = 4;
+  constexpr int OBSERVERS_PER_CHURNER = 250;
+  std::atomic<int> created{0};
+  std::atomic<int> badReadings{0};
+  std::atomic<int> undelivered{0};
+  std::atomic<std::size_t> deliveries{0};
+  {
+    Workers workers(tree);
+    std::vector<std::thread> churners;
+    for (int churner = 0; churner < CHURNERS; ++churner) {
+      churners.emplace_back([&, churner] {
+        // Periods well above the time an observer takes to be built: the
+        // base class registers itself before the subclass is constructed, so
+        // a delivery must not come that early.
+        constexpr unsigned int PERIODS[] = {20, 30, 50};
+        std::deque<std::unique_ptr<RecordingObserver>> live;
+        const auto retire = [&] {
+          const std::vector<double> values = live.front()->values();
+          live.pop_front();
+          deliveries += values.size();
+          if (!isNonDecreasingFraction(values)) {
+            ++badReadings;
+          }
+        };
+        for (int round = 0; round < OBSERVERS_PER_CHURNER; ++round) {
+          const std::size_t at = static_cast<std::size_t>(round + churner) % nodes.size();
+          live.push_back(std::make_unique<RecordingObserver>(observableOf(tree.root, nodes[at]),
+                                                             PERIODS[static_cast<std::size_t>(round) % 3]));
+          ++created;
+          if (live.size() > 4) {
+            // Half of them go once they have had a delivery, the others
+            // whenever their turn comes, often before their first period
+            // ends. Half are stopped first, half go straight away.
+            if (round % 2 == 1 && !live.front()->waitForCount(1)) {
+              ++undelivered;
+            }
+            if (round % 4 < 2) {
+              live.front()->stopObserving();
+            }
+            retire();
+          }
+        }
+        while (!live.empty()) {
+          retire();
+        }
+      });
+    }
+    for (std::thread& churner : churners) {
+      churner.join();
+    }
+    workers.stop();
+    EXPECT_GT(workers.rounds.load(), 0u);
+  }
+  rootToken.reset();
+
+  EXPECT_EQ(created.load(), CHURNERS * OBSERVERS_PER_CHURNER);
+  EXPECT_EQ(badReadings.load(), 0);
+  EXPECT_EQ(undelivered.load(), 0);
+  EXPECT_GE(deliveries.load(), static_cast<std::size_t>(CHURNERS * (OBSERVERS_PER_CHURNER - 4) / 2));
+  EXPECT_TRUE(lasting.waitForLast(1.0));
+  EXPECT_TRUE(isNonDecreasingFraction(lasting.values()));
+  lasting.stopObserving();
+  EXPECT_TRUE(recorder.reports().empty());
+  EXPECT_TRUE(listener->received().empty());
+  EXPECT_TRUE(logger->lines().empty());
+}
+
+// Observers on every level of a tree that advancing workers keep poking; the
+// tree goes before any observer's first period ends, so each has a change
+// pending. Each then reports the observable's destruction once, and its thread
+// ends: nothing more comes, and stopping and destroying the observer work.
+TEST_F(StressProgression, ObservablesDestroyedWithPokesPendingReportOnceEachAndTheirObserversEnd)
+{
+  constexpr auto PERIOD = 400ms;
+  constexpr std::size_t OBSERVERS = 16;
+  constexpr int ATTEMPTS = 5;
+  AssertRecorder recorder;
+  for (int attempt = 0; attempt < ATTEMPTS; ++attempt) {
+    // Fresh receivers: an earlier attempt's observers may have reported.
+    install();
+    const auto start = std::chrono::steady_clock::now();
+    auto tree = std::make_unique<Tree>();
+    const std::vector<ProcessProgressionTreeNode*> nodes = tree->nodes();
+    std::vector<std::unique_ptr<RecordingObserver>> observers;
+    for (std::size_t index = 0; index < OBSERVERS; ++index) {
+      observers.push_back(std::make_unique<RecordingObserver>(observableOf(tree->root, nodes[index % nodes.size()]),
+                                                              static_cast<unsigned int>(PERIOD.count())));
+    }
+    bool everyCounterMoved = false;
+    {
+      // Every counter must have moved, so that every node has poked its
+      // observers.
+      Workers workers(*tree);
+      everyCounterMoved = waitFor(
+          [&] {
+            for (const ProcessProgressionLinear* counter : tree->counters) {
+              if (counter->captureProgression() == 0.0) {
+                return false;
+              }
+            }
+            return workers.rounds.load() >= 200;
+          },
+          PERIOD / 4);
+      workers.stop();
+    }
+    tree.reset();
+    if (!everyCounterMoved || std::chrono::steady_clock::now() - start >= PERIOD) {
+      // A busy machine: a delivery may have come before the tree went, or
+      // some node was never changed.
+      continue;
+    }
+
+    ASSERT_TRUE(waitFor([&] { return listener->received().size() >= OBSERVERS; }));
+    // A quiet spell: an observer whose thread went on would report again.
+    std::this_thread::sleep_for(PERIOD / 2);
+    const std::vector<Event::EventInfo> events = listener->received();
+    ASSERT_EQ(events.size(), OBSERVERS);
+    for (const Event::EventInfo& event : events) {
+      EXPECT_EQ(event.level, LoggingType::Warning);
+      EXPECT_EQ(event.package, PackageIdentifier::Core);
+      EXPECT_EQ(event.eventId, 12u);
+      ASSERT_TRUE(event.value.has_value() && std::holds_alternative<std::string>(*event.value));
+      EXPECT_EQ(std::get<std::string>(*event.value), OBSERVABLE_GONE);
+    }
+    EXPECT_EQ(logger->lines(), std::vector<RecordingLogger::Line>(OBSERVERS, {LoggingType::Warning, OBSERVABLE_GONE}));
+
+    const auto stopping = std::chrono::steady_clock::now();
+    for (std::size_t index = 0; index < observers.size(); ++index) {
+      EXPECT_EQ(observers[index]->count(), 0u);
+      if (index % 2 == 0) {
+        observers[index]->stopObserving();
+      }
+    }
+    observers.clear();
+    EXPECT_LT(std::chrono::steady_clock::now() - stopping, 30s);
+    EXPECT_EQ(listener->received().size(), OBSERVERS);
+    EXPECT_TRUE(recorder.reports().empty());
+    return;
+  }
+  FAIL() << "the tree was never destroyed within the observers' first period";
+}
