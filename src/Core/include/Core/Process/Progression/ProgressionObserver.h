@@ -22,6 +22,13 @@ public:
   // before the first one (0: deliver as soon as a change is pending). The
   // thread starts first, then the observer registers itself if the observable
   // still exists. Throws std::system_error when the thread cannot start.
+  //
+  // The thread runs before a subclass's own constructor does. A change made
+  // on another thread while the subclass is still being built can therefore
+  // be delivered before onProgressionUpdated is the subclass's: build an
+  // observer of a progression that is already advancing with a period longer
+  // than the subclass's construction takes, or build it before the workers
+  // start.
   ProgressionObserver(std::weak_ptr<ProgressionObservable> observable, unsigned int period);
   ProgressionObserver(const ProgressionObserver&) = delete;
   ProgressionObserver& operator=(const ProgressionObserver&) = delete;
