@@ -2,6 +2,8 @@
 
 #include "Platform/System.h"
 
+#include <gtest/gtest.h>
+
 #include <atomic>
 #include <cstdio>
 #include <fstream>
@@ -26,6 +28,20 @@ std::filesystem::path uniqueCaptureFile()
   static std::atomic<unsigned> counter{0};
   return std::filesystem::temp_directory_path() /
          ("orvan-capture-" + std::to_string(Platform::processId()) + "-" + std::to_string(counter++) + ".txt");
+}
+
+// GoogleTest writes its failure reports to standard output: one made while
+// standard output was captured would end up in the capture, unseen. Once the
+// test has failed, the captured text (its end, when long) is shown as well.
+void showFailureReports(const std::string& captured)
+{
+  constexpr std::size_t SHOWN = 256 * 1024;
+  const std::size_t from = captured.size() > SHOWN ? captured.size() - SHOWN : 0;
+  std::cout << "--- standard output captured while the test failed";
+  if (from > 0) {
+    std::cout << " (its last " << SHOWN << " bytes)";
+  }
+  std::cout << ":\n" << captured.substr(from) << "\n--- end of captured standard output" << std::endl;
 }
 
 } // namespace
@@ -63,7 +79,11 @@ std::string OutputCapture::release()
   Platform::duplicateTo(saved, descriptor);
   Platform::close(saved);
   std::ifstream input(file, std::ios::binary);
-  return std::string(std::istreambuf_iterator<char>(input), std::istreambuf_iterator<char>());
+  std::string captured(std::istreambuf_iterator<char>(input), std::istreambuf_iterator<char>{});
+  if (descriptor == 1 && ::testing::Test::HasFailure()) {
+    showFailureReports(captured);
+  }
+  return captured;
 }
 
 } // namespace Orvan::Testing
