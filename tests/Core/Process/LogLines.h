@@ -3,8 +3,10 @@
 #include <Core/Logging/Logger.h>
 #include <Core/Logging/LoggingCallback.h>
 #include <Core/Logging/LoggingType.h>
+#include <FacadeReset.h>
 
 #include <functional>
+#include <memory>
 #include <mutex>
 #include <ostream>
 #include <regex>
@@ -104,6 +106,14 @@ private:
   std::vector<LogLine> recorded;
   std::vector<std::thread::id> threads;
   Hook hook;
+};
+
+// A test whose log lines all go to `log`, the rest of the facade cleared.
+class LoggingToLines : public FacadeReset {
+protected:
+  LoggingToLines() { Core::Logging::setLogger(log); }
+
+  std::shared_ptr<LogLines> log = std::make_shared<LogLines>();
 };
 
 } // namespace Orvan::Testing

@@ -111,18 +111,7 @@ std::string socketName(int descriptor)
 
 } // namespace
 
-class SystemRunPosix : public ::testing::Test {
-protected:
-  std::shared_ptr<LogLines> log = std::make_shared<LogLines>();
-
-  void SetUp() override
-  {
-    Logging::sLoggingFunction = nullptr;
-    Logging::setLogger(log);
-  }
-
-  void TearDown() override { Logging::setLogger({}); }
-};
+class SystemRunPosix : public Orvan::Testing::LoggingToLines {};
 
 TEST_F(SystemRunPosix, WordsFollowTheShellsQuotingRulesWithoutExpansion)
 {

@@ -74,18 +74,7 @@ Lines failedStart(const std::string& command, const std::string& directory, unsi
 
 } // namespace
 
-class SystemRun : public ::testing::Test {
-protected:
-  std::shared_ptr<LogLines> log = std::make_shared<LogLines>();
-
-  void SetUp() override
-  {
-    Logging::sLoggingFunction = nullptr;
-    Logging::setLogger(log);
-  }
-
-  void TearDown() override { Logging::setLogger({}); }
-};
+class SystemRun : public Orvan::Testing::LoggingToLines {};
 
 TEST_F(SystemRun, ProgramEndingWithZeroGivesZero)
 {

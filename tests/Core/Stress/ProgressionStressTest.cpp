@@ -31,9 +31,12 @@ using Orvan::Core::Logging::LoggingType;
 using Orvan::Core::Process::Progression::ProcessProgressionLinear;
 using Orvan::Core::Process::Progression::ProcessProgressionTreeNode;
 using Orvan::Testing::AssertRecorder;
+using Orvan::Testing::isNonDecreasingFraction;
 using Orvan::Testing::observableOf;
+using Orvan::Testing::RecordingListener;
 using Orvan::Testing::RecordingLogger;
 using Orvan::Testing::RecordingObserver;
+using Orvan::Testing::ThreeLevelTree;
 using Orvan::Testing::waitFor;
 using Orvan::Utils::ErrorManagement::PackageIdentifier;
 using namespace std::chrono_literals;
@@ -42,42 +45,14 @@ namespace {
 
 const std::string OBSERVABLE_GONE = "Observable has been destroyed while observer were still listenning";
 
-// A three-level tree: a root, two parents, two counters under each parent.
-struct Tree {
-  Tree()
-  {
-    for (int parentIndex = 0; parentIndex < 2; ++parentIndex) {
-      auto parent = std::make_unique<ProcessProgressionTreeNode>();
-      parents.push_back(parent.get());
-      for (int counterIndex = 0; counterIndex < 2; ++counterIndex) {
-        auto counter = std::make_unique<ProcessProgressionLinear>(TOTAL);
-        counters.push_back(counter.get());
-        parent->addChild(std::move(counter));
-      }
-      root->addChild(std::move(parent));
-    }
-  }
-
-  std::vector<ProcessProgressionTreeNode*> nodes() const
-  {
-    std::vector<ProcessProgressionTreeNode*> all{root.get()};
-    all.insert(all.end(), parents.begin(), parents.end());
-    all.insert(all.end(), counters.begin(), counters.end());
-    return all;
-  }
-
-  static constexpr unsigned long long TOTAL = 100000000;
-
-  std::shared_ptr<ProcessProgressionTreeNode> root = std::make_shared<ProcessProgressionTreeNode>();
-  std::vector<ProcessProgressionTreeNode*> parents;
-  std::vector<ProcessProgressionLinear*> counters;
-};
+// Steps of each counter.
+constexpr unsigned long long TOTAL = 100000000;
 
 // Two threads each advance the two counters under one parent, one with ++ and
 // one with +=, until told to stop; `rounds` counts what they did.
 class Workers {
 public:
-  explicit Workers(const Tree& tree)
+  explicit Workers(const ThreeLevelTree& tree)
   {
     for (std::size_t first = 0; first < tree.counters.size(); first += 2) {
       threads.emplace_back([this, single = tree.counters[first], batched = tree.counters[first + 1]] {
@@ -114,34 +89,6 @@ private:
   std::vector<std::thread> threads;
 };
 
-// The readings of a progression whose counters only grow never go down.
-bool isNonDecreasingFraction(const std::vector<double>& values)
-{
-  for (std::size_t index = 0; index < values.size(); ++index) {
-    if (values[index] < 0.0 || values[index] > 1.0 || (index > 0 && values[index] < values[index - 1])) {
-      return false;
-    }
-  }
-  return true;
-}
-
-struct RecordingListener : Event::EventListener {
-  void onEvent(const Event::EventInfo& info) override
-  {
-    const std::lock_guard lock(mutex);
-    events.push_back(info);
-  }
-
-  std::vector<Event::EventInfo> received() const
-  {
-    const std::lock_guard lock(mutex);
-    return events;
-  }
-
-  mutable std::mutex mutex;
-  std::vector<Event::EventInfo> events;
-};
-
 class StressProgression : public Orvan::Testing::FacadeReset {
 protected:
   void install()
@@ -162,7 +109,7 @@ TEST_F(StressProgression, AThousandObserversComeAndGoFromFourThreadsWhileTheTree
 {
   install();
   AssertRecorder recorder;
-  Tree tree;
+  ThreeLevelTree tree(TOTAL);
   auto rootToken = tree.root->getToken();
   const std::vector<ProcessProgressionTreeNode*> nodes = tree.nodes();
   RecordingObserver lasting(tree.root, 10);
@@ -248,7 +195,7 @@ TEST_F(StressProgression, ObservablesDestroyedWithPokesPendingReportOnceEachAndT
     // Fresh receivers: an earlier attempt's observers may have reported.
     install();
     const auto start = std::chrono::steady_clock::now();
-    auto tree = std::make_unique<Tree>();
+    auto tree = std::make_unique<ThreeLevelTree>(TOTAL);
     const std::vector<ProcessProgressionTreeNode*> nodes = tree->nodes();
     std::vector<std::unique_ptr<RecordingObserver>> observers;
     for (std::size_t index = 0; index < OBSERVERS; ++index) {

@@ -28,6 +28,7 @@ using Orvan::Core::Logging::LoggingType;
 using Orvan::Core::Process::Progression::ProcessProgressionLinear;
 using Orvan::Core::Process::Progression::ProgressionObservable;
 using Orvan::Testing::AssertRecorder;
+using Orvan::Testing::RecordingListener;
 using Orvan::Testing::RecordingLogger;
 using Orvan::Testing::RecordingObserver;
 using Orvan::Testing::waitFor;
@@ -37,23 +38,6 @@ using namespace std::chrono_literals;
 namespace {
 
 const std::string OBSERVABLE_GONE = "Observable has been destroyed while observer were still listenning";
-
-struct RecordingListener : Event::EventListener {
-  void onEvent(const Event::EventInfo& info) override
-  {
-    const std::lock_guard lock(mutex);
-    events.push_back(info);
-  }
-
-  std::vector<Event::EventInfo> received() const
-  {
-    const std::lock_guard lock(mutex);
-    return events;
-  }
-
-  mutable std::mutex mutex;
-  std::vector<Event::EventInfo> events;
-};
 
 // Long enough for a thread that could deliver to do so: only used to show
 // that nothing comes.

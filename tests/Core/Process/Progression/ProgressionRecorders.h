@@ -1,5 +1,7 @@
 #pragma once
 
+#include <Core/Event/EventInfo.h>
+#include <Core/Event/EventListener.h>
 #include <Core/Process/Progression/ProcessProgressionLinear.h>
 #include <Core/Process/Progression/ProcessProgressionTreeNode.h>
 #include <Core/Process/Progression/ProgressionObservable.h>
@@ -25,6 +27,68 @@ observableOf(const std::shared_ptr<Progression::ProcessProgressionTreeNode>& roo
              Progression::ProcessProgressionTreeNode* node)
 {
   return std::shared_ptr<Progression::ProgressionObservable>(root, node);
+}
+
+// Keeps every event it hears.
+struct RecordingListener : Core::Event::EventListener {
+  void onEvent(const Core::Event::EventInfo& info) override
+  {
+    const std::lock_guard lock(mutex);
+    events.push_back(info);
+  }
+
+  std::vector<Core::Event::EventInfo> received() const
+  {
+    const std::lock_guard lock(mutex);
+    return events;
+  }
+
+  mutable std::mutex mutex;
+  std::vector<Core::Event::EventInfo> events;
+};
+
+// A three-level tree: a root, two parents, two counters of `total` steps under
+// each parent.
+struct ThreeLevelTree {
+  explicit ThreeLevelTree(unsigned long long total)
+  {
+    for (int parentIndex = 0; parentIndex < 2; ++parentIndex) {
+      auto parent = std::make_unique<Progression::ProcessProgressionTreeNode>();
+      parents.push_back(parent.get());
+      for (int counterIndex = 0; counterIndex < 2; ++counterIndex) {
+        auto counter = std::make_unique<Progression::ProcessProgressionLinear>(total);
+        counters.push_back(counter.get());
+        parent->addChild(std::move(counter));
+      }
+      root->addChild(std::move(parent));
+    }
+  }
+
+  // The root, then the parents, then the counters.
+  std::vector<Progression::ProcessProgressionTreeNode*> nodes() const
+  {
+    std::vector<Progression::ProcessProgressionTreeNode*> all{root.get()};
+    all.insert(all.end(), parents.begin(), parents.end());
+    all.insert(all.end(), counters.begin(), counters.end());
+    return all;
+  }
+
+  std::shared_ptr<Progression::ProcessProgressionTreeNode> root =
+    std::make_shared<Progression::ProcessProgressionTreeNode>();
+  std::vector<Progression::ProcessProgressionTreeNode*> parents;
+  std::vector<Progression::ProcessProgressionLinear*> counters;
+};
+
+// The readings of a progression whose counters only grow never go down and
+// stay within [0, 1].
+inline bool isNonDecreasingFraction(const std::vector<double>& values)
+{
+  for (std::size_t index = 0; index < values.size(); ++index) {
+    if (values[index] < 0.0 || values[index] > 1.0 || (index > 0 && values[index] < values[index - 1])) {
+      return false;
+    }
+  }
+  return true;
 }
 
 // Remembers every delivery with the moment it arrived.

@@ -19,62 +19,25 @@
 using Orvan::Core::Process::Progression::ProcessProgressionLinear;
 using Orvan::Core::Process::Progression::ProcessProgressionTreeNode;
 using Orvan::Testing::AssertRecorder;
+using Orvan::Testing::isNonDecreasingFraction;
 using Orvan::Testing::observableOf;
 using Orvan::Testing::RecordingObserver;
+using Orvan::Testing::ThreeLevelTree;
 using namespace std::chrono_literals;
 
 namespace {
 
-// A three-level tree: a root, two parents, two counters under each parent.
-struct Tree {
-  Tree()
-  {
-    for (int parentIndex = 0; parentIndex < 2; ++parentIndex) {
-      auto parent = std::make_unique<ProcessProgressionTreeNode>();
-      parents.push_back(parent.get());
-      for (int counterIndex = 0; counterIndex < 2; ++counterIndex) {
-        auto counter = std::make_unique<ProcessProgressionLinear>(TOTAL);
-        counters.push_back(counter.get());
-        parent->addChild(std::move(counter));
-      }
-      root->addChild(std::move(parent));
-    }
-  }
-
-  std::vector<ProcessProgressionTreeNode*> nodes() const
-  {
-    std::vector<ProcessProgressionTreeNode*> all{root.get()};
-    all.insert(all.end(), parents.begin(), parents.end());
-    all.insert(all.end(), counters.begin(), counters.end());
-    return all;
-  }
-
-  static constexpr unsigned long long TOTAL = 1000000;
-
-  std::shared_ptr<ProcessProgressionTreeNode> root = std::make_shared<ProcessProgressionTreeNode>();
-  std::vector<ProcessProgressionTreeNode*> parents;
-  std::vector<ProcessProgressionLinear*> counters;
-};
+// Steps of each counter.
+constexpr unsigned long long TOTAL = 1000000;
 
 // An observer set up from a thread while the tree keeps changing. The poke
 // right after construction hands the finished object to the observer's thread
 // (through the filter's lock) before its first period ends.
-std::unique_ptr<RecordingObserver> observe(const Tree& tree, ProcessProgressionTreeNode* node, unsigned int period)
+std::unique_ptr<RecordingObserver> observe(const ThreeLevelTree& tree, ProcessProgressionTreeNode* node, unsigned int period)
 {
   auto observer = std::make_unique<RecordingObserver>(observableOf(tree.root, node), period);
   observer->onObservableChanged();
   return observer;
-}
-
-// The readings of a progression whose counters only grow never go down.
-bool isNonDecreasingFraction(const std::vector<double>& values)
-{
-  for (std::size_t index = 0; index < values.size(); ++index) {
-    if (values[index] < 0.0 || values[index] > 1.0 || (index > 0 && values[index] < values[index - 1])) {
-      return false;
-    }
-  }
-  return true;
 }
 
 } // namespace
@@ -82,7 +45,7 @@ bool isNonDecreasingFraction(const std::vector<double>& values)
 TEST(ProgressionStress, ObserversComeAndGoOnEveryLevelWhileGrandchildrenCount)
 {
   AssertRecorder recorder;
-  Tree tree;
+  ThreeLevelTree tree(TOTAL);
   auto rootToken = tree.root->getToken();
   const std::vector<ProcessProgressionTreeNode*> nodes = tree.nodes();
 
