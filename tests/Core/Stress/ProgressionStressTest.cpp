@@ -1,14 +1,10 @@
 #include "../Process/Progression/ProgressionRecorders.h"
 
 #include <AssertRecorder.h>
-#include <Core/Event/Event.h>
 #include <Core/Event/EventInfo.h>
-#include <Core/Event/EventListener.h>
-#include <Core/Logging/LoggingCallback.h>
 #include <Core/Logging/LoggingType.h>
 #include <Core/Process/Progression/ProcessProgressionLinear.h>
 #include <Core/Process/Progression/ProcessProgressionTreeNode.h>
-#include <FacadeReset.h>
 #include <RecordingLogger.h>
 #include <WaitFor.h>
 
@@ -19,10 +15,8 @@
 #include <cstddef>
 #include <deque>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <thread>
-#include <utility>
 #include <variant>
 #include <vector>
 
@@ -31,6 +25,7 @@ using Orvan::Core::Logging::LoggingType;
 using Orvan::Core::Process::Progression::ProcessProgressionLinear;
 using Orvan::Core::Process::Progression::ProcessProgressionTreeNode;
 using Orvan::Testing::AssertRecorder;
+using Orvan::Testing::OBSERVABLE_GONE;
 using Orvan::Testing::isNonDecreasingFraction;
 using Orvan::Testing::observableOf;
 using Orvan::Testing::RecordingListener;
@@ -42,8 +37,6 @@ using Orvan::Utils::ErrorManagement::PackageIdentifier;
 using namespace std::chrono_literals;
 
 namespace {
-
-const std::string OBSERVABLE_GONE = "Observable has been destroyed while observer were still listenning";
 
 // Steps of each counter.
 constexpr unsigned long long TOTAL = 100000000;
@@ -89,25 +82,12 @@ private:
   std::vector<std::thread> threads;
 };
 
-class StressProgression : public Orvan::Testing::FacadeReset {
-protected:
-  void install()
-  {
-    logger = std::make_shared<RecordingLogger>();
-    listener = std::make_shared<RecordingListener>();
-    Orvan::Core::Logging::setLogger(logger);
-    Event::setEventListenner(listener);
-  }
-
-  std::shared_ptr<RecordingLogger> logger;
-  std::shared_ptr<RecordingListener> listener;
-};
+class StressProgression : public Orvan::Testing::ObservationTest {};
 
 } // namespace
 
 TEST_F(StressProgression, AThousandObserversComeAndGoFromFourThreadsWhileTheTreeAdvances)
 {
-  install();
   AssertRecorder recorder;
   ThreeLevelTree tree(TOTAL);
   auto rootToken = tree.root->getToken();
@@ -116,7 +96,6 @@ TEST_F(StressProgression, AThousandObserversComeAndGoFromFourThreadsWhileTheTree
 
   constexpr int CHURNERS = 4;
   constexpr int OBSERVERS_PER_CHURNER = 250;
-  std::atomic<int> created{0};
   std::atomic<int> badReadings{0};
   std::atomic<int> undelivered{0};
   std::atomic<std::size_t> deliveries{0};
@@ -142,7 +121,6 @@ TEST_F(StressProgression, AThousandObserversComeAndGoFromFourThreadsWhileTheTree
           const std::size_t at = static_cast<std::size_t>(round + churner) % nodes.size();
           live.push_back(std::make_unique<RecordingObserver>(observableOf(tree.root, nodes[at]),
                                                              PERIODS[static_cast<std::size_t>(round) % 3]));
-          ++created;
           if (live.size() > 4) {
             // Half of them go once they have had a delivery, the others
             // whenever their turn comes, often before their first period
@@ -169,7 +147,6 @@ TEST_F(StressProgression, AThousandObserversComeAndGoFromFourThreadsWhileTheTree
   }
   rootToken.reset();
 
-  EXPECT_EQ(created.load(), CHURNERS * OBSERVERS_PER_CHURNER);
   EXPECT_EQ(badReadings.load(), 0);
   EXPECT_EQ(undelivered.load(), 0);
   EXPECT_GE(deliveries.load(), static_cast<std::size_t>(CHURNERS * (OBSERVERS_PER_CHURNER - 4) / 2));
@@ -193,7 +170,7 @@ TEST_F(StressProgression, ObservablesDestroyedWithPokesPendingReportOnceEachAndT
   AssertRecorder recorder;
   for (int attempt = 0; attempt < ATTEMPTS; ++attempt) {
     // Fresh receivers: an earlier attempt's observers may have reported.
-    install();
+    installFreshReceivers();
     const auto start = std::chrono::steady_clock::now();
     auto tree = std::make_unique<ThreeLevelTree>(TOTAL);
     const std::vector<ProcessProgressionTreeNode*> nodes = tree->nodes();
@@ -227,8 +204,6 @@ TEST_F(StressProgression, ObservablesDestroyedWithPokesPendingReportOnceEachAndT
     }
 
     ASSERT_TRUE(waitFor([&] { return listener->received().size() >= OBSERVERS; }));
-    // A quiet spell: an observer whose thread went on would report again.
-    std::this_thread::sleep_for(PERIOD / 2);
     const std::vector<Event::EventInfo> events = listener->received();
     ASSERT_EQ(events.size(), OBSERVERS);
     for (const Event::EventInfo& event : events) {

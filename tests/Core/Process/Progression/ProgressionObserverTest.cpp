@@ -1,15 +1,11 @@
 #include "ProgressionRecorders.h"
 
 #include <AssertRecorder.h>
-#include <Core/Event/Event.h>
 #include <Core/Event/EventInfo.h>
-#include <Core/Event/EventListener.h>
-#include <Core/Logging/LoggingCallback.h>
 #include <Core/Logging/LoggingType.h>
 #include <Core/Process/Progression/ProcessProgressionLinear.h>
 #include <Core/Process/Progression/ProgressionObservable.h>
 #include <Core/Process/Progression/ProgressionObserver.h>
-#include <FacadeReset.h>
 #include <RecordingLogger.h>
 #include <WaitFor.h>
 
@@ -17,7 +13,6 @@
 
 #include <chrono>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <thread>
 #include <variant>
@@ -28,6 +23,7 @@ using Orvan::Core::Logging::LoggingType;
 using Orvan::Core::Process::Progression::ProcessProgressionLinear;
 using Orvan::Core::Process::Progression::ProgressionObservable;
 using Orvan::Testing::AssertRecorder;
+using Orvan::Testing::OBSERVABLE_GONE;
 using Orvan::Testing::RecordingListener;
 using Orvan::Testing::RecordingLogger;
 using Orvan::Testing::RecordingObserver;
@@ -36,8 +32,6 @@ using Orvan::Utils::ErrorManagement::PackageIdentifier;
 using namespace std::chrono_literals;
 
 namespace {
-
-const std::string OBSERVABLE_GONE = "Observable has been destroyed while observer were still listenning";
 
 // Long enough for a thread that could deliver to do so: only used to show
 // that nothing comes.
@@ -49,17 +43,7 @@ constexpr int ATTEMPTS = 5;
 
 } // namespace
 
-class ProgressionObserver : public Orvan::Testing::FacadeReset {
-protected:
-  void SetUp() override
-  {
-    Orvan::Core::Logging::setLogger(logger);
-    Event::setEventListenner(listener);
-  }
-
-  std::shared_ptr<RecordingLogger> logger = std::make_shared<RecordingLogger>();
-  std::shared_ptr<RecordingListener> listener = std::make_shared<RecordingListener>();
-};
+class ProgressionObserver : public Orvan::Testing::ObservationTest {};
 
 TEST_F(ProgressionObserver, PeriodCoalescesAThousandChangesIntoOneDeliveryOfTheFinalFraction)
 {
@@ -253,10 +237,7 @@ TEST_F(ProgressionObserver, PendingChangeFindingTheObservableGoneReportsTheEvent
   AssertRecorder recorder;
   for (int attempt = 0; attempt < ATTEMPTS; ++attempt) {
     // Fresh receivers: an earlier attempt may have reported in the meantime.
-    logger = std::make_shared<RecordingLogger>();
-    listener = std::make_shared<RecordingListener>();
-    Orvan::Core::Logging::setLogger(logger);
-    Event::setEventListenner(listener);
+    installFreshReceivers();
 
     auto counter = std::make_shared<ProcessProgressionLinear>(4);
     const auto constructed = std::chrono::steady_clock::now();

@@ -6,6 +6,8 @@
 #include <Core/Process/Progression/ProcessProgressionTreeNode.h>
 #include <Core/Process/Progression/ProgressionObservable.h>
 #include <Core/Process/Progression/ProgressionObserver.h>
+#include <FacadeReset.h>
+#include <RecordingLogger.h>
 #include <WaitFor.h>
 
 #include <chrono>
@@ -13,12 +15,16 @@
 #include <cstddef>
 #include <memory>
 #include <mutex>
+#include <string>
 #include <utility>
 #include <vector>
 
 namespace Orvan::Testing {
 
 namespace Progression = Core::Process::Progression;
+
+// What an observer reports when a pending change finds its observable gone.
+inline const std::string OBSERVABLE_GONE = "Observable has been destroyed while observer were still listenning";
 
 // The observable face of a node owned by a tree: it shares the root's
 // lifetime, as an observer's weak reference expects.
@@ -45,6 +51,24 @@ struct RecordingListener : Core::Event::EventListener {
 
   mutable std::mutex mutex;
   std::vector<Core::Event::EventInfo> events;
+};
+
+// A test that records what observers log and report as events. Each call to
+// installFreshReceivers starts over with empty ones.
+class ObservationTest : public FacadeReset {
+protected:
+  ObservationTest() { installFreshReceivers(); }
+
+  void installFreshReceivers()
+  {
+    logger = std::make_shared<RecordingLogger>();
+    listener = std::make_shared<RecordingListener>();
+    Core::Logging::setLogger(logger);
+    Core::Event::setEventListenner(listener);
+  }
+
+  std::shared_ptr<RecordingLogger> logger;
+  std::shared_ptr<RecordingListener> listener;
 };
 
 // A three-level tree: a root, two parents, two counters of `total` steps under
