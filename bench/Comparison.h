@@ -25,7 +25,9 @@ public:
     ConsoleReporter::ReportRuns(runs);
     for (const Run& run : runs) {
       if (run.run_type == Run::RT_Iteration || run.aggregate_name == "mean") {
-        times[run.run_name.function_name + run.run_name.args] = run.GetAdjustedRealTime();
+        // In nanoseconds, whatever unit the benchmark reports in.
+        times[run.run_name.function_name + run.run_name.args] =
+            run.GetAdjustedRealTime() / benchmark::GetTimeUnitMultiplier(run.time_unit) * 1e9;
       }
     }
   }

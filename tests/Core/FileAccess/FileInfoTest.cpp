@@ -5,11 +5,13 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <regex>
 #include <set>
 #include <sstream>
 #include <stdexcept>
 #include <string>
 #include <type_traits>
+#include <vector>
 
 using Orvan::Core::FileInfo;
 using Orvan::Testing::AssertRecorder;
@@ -390,4 +392,32 @@ TEST(FileInfoBadInput, EmbeddedNulBytesAreOrdinaryCharacters)
   // The message holds the whole text; what() stops at its first NUL.
   const std::string badPort("f@host:8\0", 9);
   EXPECT_EQ(rejection(badPort), std::string("'f@host:8"));
+}
+
+// Texts at the edges of the grammar are split exactly as the pattern that
+// defines it splits them with std::regex_match: accepted or not, and the
+// same filename and address.
+TEST(FileInfoTextForm, SplitsTextsAsThePatternDoes)
+{
+  const std::regex pattern("^((?:[A-Za-z]:)?[^@:]*)(?:@([^:]*):([0-9]+)(?:&timeout=([0-9]+))?)?$");
+  const std::vector<std::string> texts = {
+      "f",          "C:",         "C:f",        "C::",          "1:f",         ":f",           "C:@h:1",
+      "@h:1",       "f@h@i:1",    "f@@:1",      "f@h:1:2",      "f@h:1&",      "f@h:1&timeout", "f@h:1&timeout=1x",
+      "f@h:1x",     "f@h:",       "f@:1",       "C:\\a@b:2",    "C:a:b",       "ab:c",         "f@h:1&timeout=1&timeout=2",
+      "f&timeout=5", "f@h:01",    "f@h:1&timeout=007", "\xc3\xa9:f", "f\n@h:1",   std::string("f\0@h:1", 6)};
+  for (const std::string& text : texts) {
+    std::smatch matches;
+    const bool matched = std::regex_match(text, matches, pattern);
+    try {
+      const FileInfo finfo(text);
+      ASSERT_TRUE(matched) << "accepted: '" << text << "'";
+      EXPECT_EQ(finfo.filename, std::filesystem::path(matches[1].str())) << text;
+      EXPECT_EQ(finfo.address, matches[2].str()) << text;
+    } catch (const std::runtime_error& error) {
+      // A match may still be rejected by the checks of the port and the
+      // address, with texts of their own; what() stops at a NUL.
+      const std::string noMatch = "'" + text + "'" + FORMATS;
+      EXPECT_EQ(std::string(error.what()) == noMatch.c_str(), !matched) << text << ": " << error.what();
+    }
+  }
 }

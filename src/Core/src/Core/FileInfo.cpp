@@ -3,45 +3,126 @@
 #include <Utils/CoreAssert.h>
 #include <Utils/SafeCast.h>
 
-#include <regex>
+#include <algorithm>
+#include <array>
+#include <cstddef>
+#include <optional>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 
 namespace Orvan::Core {
 
 namespace {
 
-const char* const FORMATS = "does not match the <filename> nor <filename>@<address>:<port>[&timeout=<timeout>] formats";
-
-const char* const PATTERN = "^((?:[A-Za-z]:)?[^@:]*)(?:@([^:]*):([0-9]+)(?:&timeout=([0-9]+))?)?$";
-
-// The matcher that backtracks recurses once per character of the input, so
-// that a long enough text overflows the stack. Texts up to this length (far
-// more than a descriptor needs) use it, being the faster one; longer ones use
-// libstdc++'s breadth-first matcher, whose stack use does not grow with the
-// input. The pattern is unambiguous, so both give the same captures.
-constexpr std::size_t BACKTRACKING_LIMIT = 256;
-
-// Compiled once per process, on first use.
-const std::regex& shortTextPattern()
+// `prefix`, the quoted text and the sentence naming the two formats, built in
+// one allocation: the text may be long.
+std::runtime_error formatError(std::string_view prefix, const std::string& s)
 {
-  static const std::regex pattern(PATTERN, std::regex::ECMAScript);
-  return pattern;
+  constexpr std::string_view FORMATS_SENTENCE =
+      "' does not match the <filename> nor <filename>@<address>:<port>[&timeout=<timeout>] formats.";
+  std::string message;
+  message.reserve(prefix.size() + 1 + s.size() + FORMATS_SENTENCE.size());
+  message.append(prefix).append(1, '\'').append(s).append(FORMATS_SENTENCE);
+  return std::runtime_error(message);
 }
 
-const std::regex& longTextPattern()
+// The text form's capture slots, indexed by FileInfo::Match, as views into
+// the text; a slot is empty when its group took no part in the match.
+using Captures = std::array<std::optional<std::string_view>, Utils::Enum::count<FileInfo::Match>()>;
+
+std::optional<std::string_view>& slot(Captures& captures, FileInfo::Match match)
 {
-#if defined(__GLIBCXX__)
-  static const std::regex pattern(PATTERN, std::regex::ECMAScript | std::regex_constants::__polynomial);
-  return pattern;
-#else
-  return shortTextPattern();
-#endif
+  return captures[static_cast<std::size_t>(match)];
 }
 
-const std::regex& patternFor(const std::string& s)
+std::string_view text(const Captures& captures, FileInfo::Match match)
 {
-  return s.size() <= BACKTRACKING_LIMIT ? shortTextPattern() : longTextPattern();
+  return captures[static_cast<std::size_t>(match)].value_or(std::string_view());
+}
+
+bool isAsciiLetter(char c)
+{
+  return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z');
+}
+
+// The end of the run of decimal digits that starts at `from`.
+std::size_t digitsEnd(std::string_view text, std::size_t from)
+{
+  while (from < text.size() && text[from] >= '0' && text[from] <= '9') {
+    ++from;
+  }
+  return from;
+}
+
+// Matches the whole text against the grammar
+//   ^((?:[A-Za-z]:)?[^@:]*)(?:@([^:]*):([0-9]+)(?:&timeout=([0-9]+))?)?$
+// in one pass from left to right, filling `captures` on a match. Each part of it ends at the first
+// character it cannot take, and what follows must begin with a character the
+// part could not have taken, so no shorter choice can ever succeed where the
+// longest failed: the first reading is the only one, and no backtracking is
+// needed. A letter and a colon at the start can only be a drive: read as
+// filename characters, the colon would end the filename and fail.
+bool matchTextForm(std::string_view text, Captures& captures)
+{
+  using Match = FileInfo::Match;
+  constexpr std::string_view TIMEOUT_MARKER = "&timeout=";
+  captures = Captures();
+  slot(captures, Match::WHOLE) = text;
+  const std::size_t drive = text.size() >= 2 && isAsciiLetter(text[0]) && text[1] == ':' ? 2 : 0;
+  const std::size_t filenameEnd = std::min(text.find_first_of("@:", drive), text.size());
+  slot(captures, Match::FILENAME) = text.substr(0, filenameEnd);
+  if (filenameEnd == text.size()) {
+    return true;
+  }
+  if (text[filenameEnd] != '@') {
+    return false;
+  }
+  const std::size_t colon = text.find(':', filenameEnd + 1);
+  if (colon == std::string_view::npos) {
+    return false;
+  }
+  const std::size_t portEnd = digitsEnd(text, colon + 1);
+  if (portEnd == colon + 1) {
+    return false;
+  }
+  slot(captures, Match::ADDRESS) = text.substr(filenameEnd + 1, colon - filenameEnd - 1);
+  slot(captures, Match::PORT) = text.substr(colon + 1, portEnd - colon - 1);
+  if (portEnd == text.size()) {
+    return true;
+  }
+  const std::size_t timeoutStart = portEnd + TIMEOUT_MARKER.size();
+  if (text.substr(portEnd, TIMEOUT_MARKER.size()) != TIMEOUT_MARKER) {
+    return false;
+  }
+  const std::size_t timeoutEnd = digitsEnd(text, timeoutStart);
+  if (timeoutEnd == timeoutStart || timeoutEnd != text.size()) {
+    return false;
+  }
+  slot(captures, Match::TIMEOUT) = text.substr(timeoutStart);
+  return true;
+}
+
+// A run of decimal digits read as std::stoi reads it. Nine digits always fit
+// a 32-bit integer; longer runs go to std::stoi itself, so that a value out
+// of range fails with its own std::out_of_range.
+int toInt32(std::string_view digits)
+{
+  if (digits.size() > 9) {
+    return std::stoi(std::string(digits), nullptr, 10);
+  }
+  int value = 0;
+  for (const char digit : digits) {
+    value = value * 10 + (digit - '0');
+  }
+  return value;
+}
+
+// Whether the port's digits read back unchanged from the 16 bits kept of
+// them: exactly when they hold no leading zero and a value up to 65535.
+bool readsBack(std::string_view digits, int value)
+{
+  return value >= 0 && value <= 0xFFFF && (digits.size() == 1 || digits[0] != '0');
 }
 
 } // namespace
@@ -54,40 +135,37 @@ FileInfo::FileInfo(const std::string& s)
 {
   CORE_ASSERT(!s.empty());
 
-  std::smatch matches;
-  if (!std::regex_match(s, matches, patternFor(s))) {
-    throw std::runtime_error("'" + s + "' " + FORMATS + ".");
+  Captures matches;
+  if (!matchTextForm(s, matches)) {
+    throw formatError("", s);
   }
   CORE_ASSERT(matches.size() == Utils::safe_cast< std::size_t >( Utils::Enum::count< Match >() ));
 
-  const auto slot = [&matches](Match match) -> const std::ssub_match& {
-    return matches[static_cast<std::size_t>(match)];
-  };
+  filename = Utils::FileHelper::toPath(std::string(text(matches, Match::FILENAME)));
+  address = text(matches, Match::ADDRESS);
 
-  filename = Utils::FileHelper::toPath(slot(Match::FILENAME).str());
-  address = slot(Match::ADDRESS).matched ? slot(Match::ADDRESS).str() : std::string();
-
-  const std::string portText = slot(Match::PORT).str();
+  const std::string_view portText = text(matches, Match::PORT);
   if (!portText.empty()) {
     // Only the low 16 bits are kept; reading them back rejects leading zeros
     // and values above 65535.
-    port = static_cast<std::uint16_t>(std::stoi(portText, nullptr, 10));
-    if (std::to_string(static_cast<unsigned>(port)) != portText) {
+    const int value = toInt32(portText);
+    port = static_cast<std::uint16_t>(value);
+    if (!readsBack(portText, value)) {
       throw std::runtime_error("Syntax error while parsing port number in: '" + s + "'");
     }
   }
 
   if (address.empty()) {
     if (port != 0) {
-      throw std::runtime_error("Invalid address: '" + s + "' " + FORMATS + ".");
+      throw formatError("Invalid address: ", s);
     }
   } else if (port == 0) {
-    throw std::runtime_error("Invalid port: '" + s + "' " + FORMATS + ".");
+    throw formatError("Invalid port: ", s);
   }
 
-  const std::string timeoutText = slot(Match::TIMEOUT).str();
+  const std::string_view timeoutText = text(matches, Match::TIMEOUT);
   if (!timeoutText.empty()) {
-    timeout = Seconds(static_cast<std::int64_t>(std::stoi(timeoutText, nullptr, 10)));
+    timeout = Seconds(static_cast<std::int64_t>(toInt32(timeoutText)));
   }
 }
 
