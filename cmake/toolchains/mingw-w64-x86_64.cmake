@@ -15,8 +15,3 @@ set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE ONLY)
 
 set(CMAKE_CROSSCOMPILING_EMULATOR /usr/lib/wine/wine64)
-
-# Where the shared C++ runtime of every module lives.
-set(ORVAN_MINGW_RUNTIME_DIRS
-  /usr/lib/gcc/${ORVAN_MINGW_TRIPLET}/12-posix
-  /usr/${ORVAN_MINGW_TRIPLET}/lib)
