@@ -205,7 +205,7 @@ def repetitions(medians):
 def main():
     parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
     parser.add_argument("reports", help="directory of the programs' JSON reports")
-    parser.add_argument("--build", default="build/release", help="the build tree, to name the compiler")
+    parser.add_argument("--build", default="build/bench", help="the build tree, to name the compiler")
     arguments = parser.parse_args()
 
     medians, contexts = load(arguments.reports)
