@@ -203,7 +203,9 @@ TEST_F(StressProgression, ObservablesDestroyedWithPokesPendingReportOnceEachAndT
       continue;
     }
 
-    ASSERT_TRUE(waitFor([&] { return listener->received().size() >= OBSERVERS; }));
+    // The listener hears of each event before it is logged.
+    ASSERT_TRUE(waitFor(
+        [&] { return listener->received().size() >= OBSERVERS && logger->lines().size() >= OBSERVERS; }));
     const std::vector<Event::EventInfo> events = listener->received();
     ASSERT_EQ(events.size(), OBSERVERS);
     for (const Event::EventInfo& event : events) {
