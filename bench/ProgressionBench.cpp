@@ -37,7 +37,11 @@ BENCHMARK(LoneCounterIncrement);
 
 class DiscardingObserver : public Progression::ProgressionObserver {
 public:
-  using ProgressionObserver::ProgressionObserver;
+  DiscardingObserver(std::weak_ptr<Progression::ProgressionObservable> observable, unsigned int period)
+      : ProgressionObserver(std::move(observable), period, DeferredStart{})
+  {
+    startObserving();
+  }
   ~DiscardingObserver() override { stopObserving(); }
   void onProgressionUpdated(double progression) override { benchmark::DoNotOptimize(progression); }
 };

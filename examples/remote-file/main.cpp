@@ -24,9 +24,10 @@ namespace Progression = Orvan::Core::Process::Progression;
 class Display : public Progression::ProgressionObserver {
 public:
   Display(const std::shared_ptr<Progression::ProgressionObservable>& observable, const std::atomic<std::uint64_t>& bytes)
-      : ProgressionObserver(observable, 250)
+      : ProgressionObserver(observable, 250, DeferredStart{})
       , bytes(bytes)
   {
+    startObserving(); // last: deliveries may come from here on
   }
 
   ~Display() override { stopObserving(); }

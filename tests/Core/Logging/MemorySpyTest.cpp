@@ -280,3 +280,30 @@ TEST(MemorySpy, SecondStartIsReportedFromItsFixedPlace)
   // The first thread carries on and is stopped with the spy.
   EXPECT_TRUE(waitFor([&] { return logger.count() >= 1; }));
 }
+
+// Periods too long for the clock (the largest count of milliseconds, three
+// centuries) pause until a wake-up: the first sample, then one per wake-up,
+// and nothing else.
+TEST(MemorySpy, HugePeriodsSampleOnlyAtStartAndOnWakeUp)
+{
+  for (const std::chrono::milliseconds period :
+       {std::chrono::milliseconds::max(), std::chrono::milliseconds(std::chrono::hours(24 * 365 * 300))}) {
+    SampleRecorder logger;
+    MemorySpy spy(logger, period);
+    spy.start();
+    ASSERT_TRUE(waitFor([&] { return logger.count() == 1; }));
+    for (std::size_t expected = 2; expected <= 3; ++expected) {
+      // A wake-up that lands before the pause has begun is lost: repeat it
+      // until the sample shows.
+      ASSERT_TRUE(waitFor([&] {
+        spy.wakeUp();
+        return waitFor([&] { return logger.count() >= expected; }, 20ms);
+      }));
+    }
+    // No sample comes unasked (a wake-up repeated just as its sample came
+    // may give one more); a deadline that overflowed sampled thousands of
+    // times a second.
+    std::this_thread::sleep_for(200ms);
+    EXPECT_LE(logger.count(), 4u);
+  }
+}

@@ -232,3 +232,95 @@ TEST_F(StressProgression, ObservablesDestroyedWithPokesPendingReportOnceEachAndT
   }
   FAIL() << "the tree was never destroyed within the observers' first period";
 }
+
+namespace {
+
+// Built deferred, it starts last in its constructor; every delivery checks
+// that the whole object is there.
+class CheckingObserver : public Orvan::Core::Process::Progression::ProgressionObserver {
+public:
+  CheckingObserver(std::weak_ptr<Orvan::Core::Process::Progression::ProgressionObservable> observable,
+                   unsigned int period,
+                   std::atomic<int>& broken)
+      : ProgressionObserver(std::move(observable), period, DeferredStart{})
+      , broken(broken)
+      , readings(16, -1.0)
+  {
+    startObserving();
+  }
+
+  ~CheckingObserver() override { stopObserving(); }
+
+  void onProgressionUpdated(double progression) override
+  {
+    if (whole != WHOLE || progression < 0.0 || progression > 1.0) {
+      ++broken;
+    }
+    readings[delivered++ % readings.size()] = progression;
+  }
+
+private:
+  static constexpr unsigned int WHOLE = 0x600dcafe;
+  std::atomic<int>& broken;
+  std::vector<double> readings;
+  std::size_t delivered = 0;
+  unsigned int whole = WHOLE;
+};
+
+} // namespace
+
+// Three threads create and destroy observers with periods of 0 to 2 ms on a
+// tree a thousand counters wide that two threads advance, for ten seconds:
+// no delivery reaches an observer that is not whole, and nothing is reported.
+TEST_F(StressProgression, DeferredObserversChurnOnAWideTreeForTenSeconds)
+{
+  constexpr std::size_t WIDTH = 1000;
+  constexpr auto DURATION = 10s;
+  AssertRecorder recorder;
+  auto root = std::make_shared<ProcessProgressionTreeNode>();
+  std::vector<ProcessProgressionLinear*> counters;
+  for (std::size_t index = 0; index < WIDTH; ++index) {
+    auto counter = std::make_unique<ProcessProgressionLinear>(TOTAL);
+    counters.push_back(counter.get());
+    root->addChild(std::move(counter));
+  }
+
+  std::atomic<bool> stop{false};
+  std::atomic<int> broken{0};
+  std::atomic<unsigned long long> observersBuilt{0};
+  std::vector<std::thread> threads;
+  for (std::size_t worker = 0; worker < 2; ++worker) {
+    threads.emplace_back([&, worker] {
+      for (std::size_t step = worker; !stop.load(); step += 7) {
+        ++*counters[step % WIDTH];
+      }
+    });
+  }
+  for (unsigned int churner = 0; churner < 3; ++churner) {
+    threads.emplace_back([&, churner] {
+      std::deque<std::unique_ptr<CheckingObserver>> live;
+      for (unsigned int round = churner; !stop.load(); ++round) {
+        ProcessProgressionTreeNode* node =
+            round % 4 == 0 ? root.get() : static_cast<ProcessProgressionTreeNode*>(counters[(round * 31) % WIDTH]);
+        live.push_back(std::make_unique<CheckingObserver>(observableOf(root, node), round % 3, broken));
+        ++observersBuilt;
+        if (live.size() > 8) {
+          if (round % 2 == 0) {
+            live.front()->stopObserving();
+          }
+          live.pop_front();
+        }
+      }
+    });
+  }
+  std::this_thread::sleep_for(DURATION); // the length of the churn
+  stop.store(true);
+  for (std::thread& thread : threads) {
+    thread.join();
+  }
+
+  EXPECT_GT(observersBuilt.load(), 0u);
+  EXPECT_EQ(broken.load(), 0);
+  EXPECT_TRUE(recorder.reports().empty());
+  EXPECT_TRUE(listener->received().empty());
+}

@@ -7,6 +7,7 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <memory>
 #include <optional>
 #include <thread>
@@ -274,4 +275,69 @@ TEST(ProcessProgressionToken, NewTokenReplacesTheOldOneWithoutDetachingIt)
   EXPECT_TRUE(node.isCompleted());
   newer.reset();
   EXPECT_EQ(node.notifications(), 2);
+}
+
+// Four threads counting at once never let the count catch the total: every
+// reading taken before completion, by a reader or by an observer, is below
+// 1.0.
+TEST(ProcessProgressionLinearUnknownSteps, ConcurrentIncrementsNeverReadOneBeforeCompletion)
+{
+  constexpr int THREADS = 4;
+  constexpr int INCREMENTS = 100000;
+  auto counter = std::make_shared<ProcessProgressionLinearUnknownSteps>();
+  Orvan::Testing::RecordingObserver observer(counter, 0);
+  std::atomic<int> running{THREADS};
+  std::atomic<int> readingsOfOne{0};
+  std::atomic<long long> readings{0};
+  std::thread reader([&] {
+    while (running.load() > 0) {
+      if (counter->captureProgression() >= 1.0) {
+        ++readingsOfOne;
+      }
+      ++readings;
+    }
+  });
+  std::vector<std::thread> workers;
+  for (int thread = 0; thread < THREADS; ++thread) {
+    workers.emplace_back([&] {
+      for (int step = 0; step < INCREMENTS; ++step) {
+        ++*counter;
+      }
+      --running;
+    });
+  }
+  for (std::thread& worker : workers) {
+    worker.join();
+  }
+  reader.join();
+
+  EXPECT_GT(readings.load(), 0);
+  EXPECT_EQ(readingsOfOne.load(), 0);
+  EXPECT_LT(counter->captureProgression(), 1.0);
+  observer.stopObserving();
+  for (const double value : observer.values()) {
+    EXPECT_LT(value, 1.0);
+  }
+  counter->setCompleted();
+  EXPECT_EQ(counter->captureProgression(), 1.0);
+}
+
+// Tokens handed out on two threads at once; each completes the progression
+// when it goes.
+TEST(ProcessProgressionToken, TokensHandedOutOnTwoThreadsAtOnce)
+{
+  ProcessProgressionTreeNode node;
+  std::vector<std::thread> threads;
+  for (int thread = 0; thread < 2; ++thread) {
+    threads.emplace_back([&node] {
+      for (int round = 0; round < 20000; ++round) {
+        std::shared_ptr<Token> token = node.getToken();
+        EXPECT_NE(token, nullptr);
+      }
+    });
+  }
+  for (std::thread& thread : threads) {
+    thread.join();
+  }
+  EXPECT_TRUE(node.isCompleted());
 }

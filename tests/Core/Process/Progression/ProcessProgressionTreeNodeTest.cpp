@@ -10,6 +10,7 @@
 #include <string>
 #include <thread>
 #include <utility>
+#include <vector>
 
 using Orvan::Core::Process::Progression::ProcessProgressionLinear;
 using Orvan::Core::Process::Progression::ProcessProgressionTreeNode;
@@ -202,4 +203,55 @@ TEST(ProcessProgressionTreeNode, GrandchildChangePokesTheRootObserversFirstThenD
 
   leafObserver.open();
   ASSERT_TRUE(leafObserver.waitForCount(2));
+}
+
+// A chain a million nodes deep: a change at its leaf reaches the observers
+// of the root and of the leaf, the root reads the leaf's fraction through
+// every level, and the whole chain is destroyed, all without a call per
+// level on the stack.
+TEST(ProcessProgressionTreeNode, MillionLevelChainPropagatesReadsAndGoesWithoutDeepRecursion)
+{
+  constexpr int DEPTH = 1000000;
+  auto root = std::make_shared<ProcessProgressionTreeNode>();
+  ProcessProgressionTreeNode* deepest = root.get();
+  for (int level = 1; level < DEPTH - 1; ++level) {
+    auto node = std::make_unique<ProcessProgressionTreeNode>();
+    ProcessProgressionTreeNode* next = node.get();
+    deepest->addChild(std::move(node));
+    deepest = next;
+  }
+  auto leafOwner = std::make_unique<ProcessProgressionLinear>(4);
+  ProcessProgressionLinear& leaf = *leafOwner;
+  deepest->addChild(std::move(leafOwner));
+
+  Orvan::Testing::RecordingObserver rootObserver(root, 0);
+  Orvan::Testing::RecordingObserver leafObserver(observableOf(root, &leaf), 0);
+  ++leaf;
+  EXPECT_TRUE(rootObserver.waitForLast(0.25));
+  EXPECT_TRUE(leafObserver.waitForLast(0.25));
+  EXPECT_EQ(root->captureProgression(), 0.25);
+  rootObserver.stopObserving();
+  leafObserver.stopObserving();
+  root.reset();
+}
+
+// Siblings are still destroyed in the order they were added, each after the
+// node that held them.
+TEST(ProcessProgressionTreeNode, DestroysParentsBeforeChildrenAndSiblingsInOrder)
+{
+  std::vector<std::string> destroyed;
+  struct Named : ProcessProgressionTreeNode {
+    Named(std::string name, std::vector<std::string>& destroyed) : name(std::move(name)), destroyed(destroyed) {}
+    ~Named() override { destroyed.push_back(name); }
+    std::string name;
+    std::vector<std::string>& destroyed;
+  };
+  {
+    Named root("root", destroyed);
+    auto first = std::make_unique<Named>("first", destroyed);
+    first->addChild(std::make_unique<Named>("first's child", destroyed));
+    root.addChild(std::move(first));
+    root.addChild(std::make_unique<Named>("second", destroyed));
+  }
+  EXPECT_EQ(destroyed, (std::vector<std::string>{"root", "first", "first's child", "second"}));
 }

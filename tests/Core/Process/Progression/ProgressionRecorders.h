@@ -124,8 +124,9 @@ public:
   };
 
   RecordingObserver(std::weak_ptr<Progression::ProgressionObservable> observable, unsigned int period)
-      : ProgressionObserver(std::move(observable), period)
+      : ProgressionObserver(std::move(observable), period, DeferredStart{})
   {
+    startObserving();
   }
 
   ~RecordingObserver() override { stopObserving(); }
@@ -181,8 +182,9 @@ private:
 class GatedObserver : public Progression::ProgressionObserver {
 public:
   GatedObserver(std::weak_ptr<Progression::ProgressionObservable> observable, unsigned int period)
-      : ProgressionObserver(std::move(observable), period)
+      : ProgressionObserver(std::move(observable), period, DeferredStart{})
   {
+    startObserving();
   }
 
   ~GatedObserver() override

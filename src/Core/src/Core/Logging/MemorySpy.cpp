@@ -2,12 +2,12 @@
 #include <Utils/CoreAssert.h>
 
 #include "Logging/MemoryText.h"
+#include "Timing/Deadline.h"
 
 #include <iomanip>
 #include <sstream>
 
 // The sampling thread of a memory spy and the text of its lines.
-//
 // The thread takes a sample, hands it to the logger, then pauses for one
 // period in a single timed wait on the condition. wakeUp() ends that pause
 // early; a notification that arrives while a sample is being taken or logged
@@ -105,8 +105,9 @@ void MemorySpy::samplingLoop()
     {
       std::unique_lock lock(mutex);
       if (period > std::chrono::milliseconds::zero() && !stopRequested) {
-        // One timed wait, no predicate: any notification ends the pause.
-        condition.wait_for(lock, period);
+        // One timed wait, no predicate: any notification ends the pause. A
+        // period too long for the clock waits for a notification only.
+        condition.wait_until(lock, Timing::deadlineAfter(period));
       }
     }
     if (stopRequested) {

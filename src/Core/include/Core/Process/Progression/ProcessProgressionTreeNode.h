@@ -16,8 +16,8 @@ namespace Orvan::Core::Process::Progression {
 // below is passed up, and the observers of every ancestor are poked, the
 // root's first.
 //
-// Locks are taken parent before child; a child must not call addChild or
-// operator[] on its parent from its captureProgression.
+// A node's lock guards its list of children only and is never held while a
+// child is read, so a child may use its parent from its captureProgression.
 class ORVAN_CORE_EXPORT ProcessProgressionTreeNode : public ProcessProgression {
 public:
   ProcessProgressionTreeNode();

@@ -14,11 +14,16 @@ double ProcessProgressionLinear::captureProgression() const
   if (isCompleted()) {
     return 1.0;
   }
-  const unsigned long long total = maxSteps.load();
+  unsigned long long total = maxSteps.load();
   if (total == 0) {
     return 0.0;
   }
   const unsigned long long count = currentStep.load();
+  if (count >= total) {
+    // Other threads may have counted past the total read above, pushing the
+    // total on before each step: read it again, after the count.
+    total = std::max(total, maxSteps.load());
+  }
   return std::min(static_cast<double>(count) / static_cast<double>(total), 1.0);
 }
 

@@ -14,14 +14,23 @@ ProcessProgressionLinearUnknownSteps::ProcessProgressionLinearUnknownSteps(unsig
 
 unsigned long long ProcessProgressionLinearUnknownSteps::operator++()
 {
-  // Keep the total one step ahead of the count. Two racing increments may
-  // both push it; that only lowers the reading.
-  const unsigned long long count = currentStep.load();
-  const unsigned long long total = maxSteps.load();
-  if (count + 1 >= total) {
-    maxSteps.fetch_add(1);
+  // The total is pushed one step ahead before the count would reach it, and
+  // the count moves only from the value that check was made for: when
+  // another thread counted in between, both are looked at again. So however
+  // many threads count at once, the count never catches the total (pushing
+  // it twice only lowers the reading).
+  unsigned long long count = currentStep.load();
+  for (;;) {
+    unsigned long long total = maxSteps.load();
+    if (count + 1 >= total) {
+      maxSteps.compare_exchange_strong(total, total + 1);
+    }
+    if (currentStep.compare_exchange_weak(count, count + 1)) {
+      break;
+    }
   }
-  return ProcessProgressionLinear::operator++();
+  progressionChanged();
+  return count + 1;
 }
 
 } // namespace Orvan::Core::Process::Progression

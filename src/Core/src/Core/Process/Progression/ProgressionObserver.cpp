@@ -7,6 +7,8 @@
 #include <Utils/CoreAssert.h>
 #include <Utils/PackageIdentifier.h>
 
+#include "Timing/Deadline.h"
+
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
@@ -19,19 +21,6 @@
 namespace Orvan::Core::Process::Progression {
 
 namespace {
-
-using Clock = std::chrono::steady_clock;
-
-// Now plus `period`, saturating at the clock's largest value.
-Clock::time_point deadlineAfter(std::chrono::milliseconds period)
-{
-  const Clock::time_point now = Clock::now();
-  const auto room = std::chrono::duration_cast<std::chrono::milliseconds>(Clock::time_point::max() - now);
-  if (period >= room) {
-    return Clock::time_point::max();
-  }
-  return now + period;
-}
 
 void reportObservableGone()
 {
@@ -50,8 +39,6 @@ public:
   TimeFilter(ProgressionObserver& observer, std::weak_ptr<ProgressionObservable> observable, unsigned int period)
       : observer(&observer), observable(std::move(observable)), period(period)
   {
-    // Started last: the loop uses every member above.
-    timeFilteringThread = std::make_unique<std::thread>([this] { run(); });
   }
 
   TimeFilter(const TimeFilter&) = delete;
@@ -65,10 +52,27 @@ public:
       // Joining a thread nobody told to stop would wait for good.
       requestStop();
     }
+    if (!started) {
+      // A deferred observer that never started has no thread to end.
+      return;
+    }
     CORE_ASSERT(timeFilteringThread != nullptr);
     if (timeFilteringThread != nullptr && timeFilteringThread->joinable()) {
       timeFilteringThread->join();
     }
+  }
+
+  // Starts the thread, once and only before a stop; answers whether this
+  // call started it.
+  bool start()
+  {
+    const std::lock_guard lock(mutex);
+    if (started || stopRequested.load()) {
+      return false;
+    }
+    timeFilteringThread = std::make_unique<std::thread>([this] { run(); });
+    started = true;
+    return true;
   }
 
   void poke()
@@ -101,7 +105,7 @@ private:
       std::unique_lock lock(mutex);
       if (period.count() > 0) {
         // A full period; pokes only mark the change meanwhile.
-        wakeUp.wait_until(lock, deadlineAfter(period), [this] { return stopRequested.load(); });
+        wakeUp.wait_until(lock, Timing::deadlineAfter(period), [this] { return stopRequested.load(); });
         if (stopRequested.load()) {
           return;
         }
@@ -130,12 +134,30 @@ private:
   std::mutex mutex;
   std::condition_variable wakeUp;
   std::unique_ptr<std::thread> timeFilteringThread;
+  // Set once the thread exists; guarded by `mutex`, then read by the
+  // destruction, which no other call may overlap.
+  bool started = false;
 };
 
 ProgressionObserver::ProgressionObserver(std::weak_ptr<ProgressionObservable> observable, unsigned int period)
+    : ProgressionObserver(std::move(observable), period, DeferredStart{})
+{
+  startObserving();
+}
+
+ProgressionObserver::ProgressionObserver(std::weak_ptr<ProgressionObservable> observable,
+                                         unsigned int period,
+                                         DeferredStart)
     : timeFilter(std::make_unique<TimeFilter>(*this, observable, period)), observable(std::move(observable))
 {
-  if (const std::shared_ptr<ProgressionObservable> current = this->observable.lock()) {
+}
+
+void ProgressionObserver::startObserving()
+{
+  if (!timeFilter->start()) {
+    return;
+  }
+  if (const std::shared_ptr<ProgressionObservable> current = observable.lock()) {
     current->registerObserver(this);
   }
 }
