@@ -121,6 +121,55 @@ TEST(FileLogger, ConstructingOnAnExistingFileEmptiesIt)
   EXPECT_EQ(parseLogLine(lines[2]).message, "fresh");
 }
 
+TEST(FileLogger, ASecondLoggerOnTheSameFileLeavesNoHoleAndLosesNoLineWrittenAfterIt)
+{
+  TemporaryDirectory directory;
+  const auto path = directory / "run.log";
+  FileLogger first(path.string());
+  for (int i = 0; i < 10; ++i) {
+    first.info("first before " + std::to_string(i));
+  }
+  // The second logger truncates the file; both then write to its end.
+  FileLogger second(path.string());
+  for (int i = 0; i < 50; ++i) {
+    first.info("first " + std::to_string(i));
+    second.info("second " + std::to_string(i));
+  }
+  const std::string text = readLogText(path);
+  EXPECT_EQ(text.find('\0'), std::string::npos);
+  const std::vector<std::string> lines = readLogLines(path);
+  expectHead(lines);
+  ASSERT_EQ(lines.size(), 102u);
+  for (int i = 0; i < 50; ++i) {
+    EXPECT_EQ(parseLogLine(lines[2 + 2 * i]).message, "first " + std::to_string(i));
+    EXPECT_EQ(parseLogLine(lines[3 + 2 * i]).message, "second " + std::to_string(i));
+  }
+}
+
+TEST(FileLogger, AFileTruncatedFromOutsideGoesOnFromItsNewEnd)
+{
+  TemporaryDirectory directory;
+  const auto path = directory / "run.log";
+  FileLogger logger(path.string());
+  for (int i = 0; i < 100; ++i) {
+    logger.info("before rotation " + std::to_string(i));
+  }
+  // What a log rotation that copies the file and truncates it does.
+  std::filesystem::resize_file(path, 0);
+  for (int i = 0; i < 10; ++i) {
+    logger.info("after rotation " + std::to_string(i));
+  }
+  const std::string text = readLogText(path);
+  EXPECT_EQ(text.find('\0'), std::string::npos);
+  const std::vector<std::string> lines = readLogLines(path);
+  ASSERT_EQ(lines.size(), 10u);
+  for (int i = 0; i < 10; ++i) {
+    const LogLine line = parseLogLine(lines[static_cast<std::size_t>(i)]);
+    EXPECT_TRUE(line.wellFormed) << lines[static_cast<std::size_t>(i)];
+    EXPECT_EQ(line.message, "after rotation " + std::to_string(i));
+  }
+}
+
 TEST(FileLogger, EveryLevelWritesOneLineWithItsWordAndTheThreadNumber)
 {
   TemporaryDirectory directory;

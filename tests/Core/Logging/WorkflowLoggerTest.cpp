@@ -264,7 +264,7 @@ TEST_F(WorkflowLoggerTest, DestroyingACopyWritesASecondLeaveLineAndLowersTheLeve
   EXPECT_TRUE(asserts.reports().empty());
 }
 
-TEST_F(WorkflowLoggerTest, EndingAStepBelowZeroIsReportedAndTheIndentationStaysBounded)
+TEST_F(WorkflowLoggerTest, EndingAStepBelowZeroIsReportedAndWrittenWithoutIndentation)
 {
   AssertRecorder asserts;
   onNewThread([] {
@@ -280,8 +280,26 @@ TEST_F(WorkflowLoggerTest, EndingAStepBelowZeroIsReportedAndTheIndentationStaysB
   ASSERT_EQ(lines.size(), 4u);
   expectLines(std::vector<Line>(lines.begin(), lines.begin() + 2),
               {{LoggingType::Debug, "===> Twice"}, {LoggingType::Debug, "<=== Twice E"}});
-  EXPECT_TRUE(std::regex_match(lines[2].second, std::regex("\t{64}<=== Twice " + ELAPSED))) << lines[2].second;
-  EXPECT_EQ(lines[3].second, std::string(64, '\t') + "===> Balance");
+  EXPECT_TRUE(std::regex_match(lines[2].second, std::regex("<=== Twice " + ELAPSED))) << lines[2].second;
+  EXPECT_EQ(lines[3].second, "===> Balance");
+}
+
+TEST_F(WorkflowLoggerTest, SeventyNestedStepsGetOneTabPerOpenStep)
+{
+  onNewThread([] {
+    std::vector<std::unique_ptr<WorkflowLogger>> steps;
+    for (int step = 1; step <= 70; ++step) {
+      steps.push_back(std::make_unique<WorkflowLogger>("Step" + std::to_string(step), true));
+    }
+    while (!steps.empty()) {
+      steps.pop_back();
+    }
+  });
+  const std::vector<Line> lines = logger->lines();
+  ASSERT_EQ(lines.size(), 140u);
+  EXPECT_EQ(lines[69].second, std::string(69, '\t') + "===> Step70");
+  EXPECT_TRUE(std::regex_match(lines[70].second, std::regex("\t{69}<=== Step70 " + ELAPSED))) << lines[70].second;
+  EXPECT_TRUE(std::regex_match(lines[139].second, std::regex("<=== Step1 " + ELAPSED))) << lines[139].second;
 }
 
 TEST_F(WorkflowLoggerTest, CopyAssignmentCopiesNameAndStartInstant)

@@ -27,6 +27,14 @@ ORVAN_CORE_EXPORT extern std::weak_ptr<Logger> sLogger;
 ORVAN_CORE_EXPORT extern LoggingFunction sLoggingFunction;
 
 // An expired or empty reference means that no logger is installed.
+//
+// `sLogger` is a plain global: calling setLogger while another thread logs
+// (the library's own threads included: observers, memory spies, a running
+// System::run) is a data race, and the host's error. The safe pattern is to
+// install the logger at start-up, before any other thread that may log is
+// started, and to remove it (setLogger({})) only after those threads have
+// ended; in between, keep the logger alive and let it switch its output
+// itself if it must.
 ORVAN_CORE_EXPORT void setLogger(std::weak_ptr<Logger> logger);
 ORVAN_CORE_EXPORT std::weak_ptr<Logger> getLogger();
 

@@ -92,6 +92,11 @@ struct FileLogger::Impl {
   // allocation; guarded by `mutex`.
   std::string line;
 
+  // Whether the last write stopped inside its line (a full disk, a file size
+  // limit): the next line then starts with a line end of its own, so that it
+  // is not glued to the cut one. Guarded by `mutex`.
+  bool lineCut = false;
+
   // Formats the prefix into `buffer` and returns its length. The clock is
   // read once: the time of day and the milliseconds come from one reading.
   std::size_t formatPrefix(char* buffer, const char* word, std::size_t wordLength)
@@ -137,12 +142,29 @@ struct FileLogger::Impl {
   {
     char prefix[PREFIX_CAPACITY];
     const std::size_t prefixLength = formatPrefix(prefix, word, wordLength);
-    line.assign(prefix, prefixLength);
+    line.clear();
+    line.append(prefix, prefixLength);
     line.append(message, messageLength);
     line.push_back('\n');
-    Platform::writeToFile(file, line.data(), line.size());
+    writeWholeLine();
     if (line.capacity() > MAX_KEPT_LINE_CAPACITY) {
       std::string().swap(line); // a huge message does not pin its memory
+    }
+  }
+
+  // Writes `line` (which ends with its line end), first ending a line that
+  // the last write cut.
+  void writeWholeLine()
+  {
+    const std::size_t lineStart = lineCut ? 1 : 0;
+    if (lineCut) {
+      line.insert(line.begin(), '\n');
+    }
+    const std::size_t written = Platform::writeToFile(file, line.data(), line.size());
+    if (written > lineStart) {
+      lineCut = written < line.size();
+    } else if (written == lineStart) {
+      lineCut = false; // the cut line is ended; this one was not started
     }
   }
 
@@ -166,8 +188,8 @@ FileLogger::FileLogger(const std::string& path)
   }
 
   // The head: "[Y-m-d X]" and the local date and time, then the version.
-  const std::string date = "[Y-m-d X]" + formatLocalTime(std::time(nullptr), "%Y-%m-%d %X") + "\n";
-  Platform::writeToFile(impl->file, date.data(), date.size());
+  impl->line = "[Y-m-d X]" + formatLocalTime(std::time(nullptr), "%Y-%m-%d %X") + "\n";
+  impl->writeWholeLine();
   impl->writeLine("VERSION ", 8, VERSION, std::strlen(VERSION));
 }
 

@@ -4,7 +4,7 @@
 #include <Core/Logging/WorkflowLogger.h>
 #include <Utils/CoreAssert.h>
 
-#include <algorithm>
+#include <limits>
 
 namespace Orvan::Core::Logging {
 
@@ -13,14 +13,15 @@ std::mutex WorkflowLogger::indentationsMutex;
 
 namespace {
 
-// Deeper levels only arise from a step that ends on a thread with no open
-// step, where the level wraps below zero: the indentation text stays bounded
-// rather than growing to billions of tabs.
-constexpr unsigned int MAX_INDENTATION = 64;
+// One tab per open step, however deep. A level above this one only arises
+// from a step that ends on a thread with no open step, where the level wraps
+// below zero; it is written as a thread with no open step, not as billions
+// of tabs.
+constexpr unsigned int DEEPEST_LEVEL = static_cast<unsigned int>(std::numeric_limits<int>::max());
 
 std::string indentation(unsigned int level)
 {
-  return std::string(std::min(level, MAX_INDENTATION), '\t');
+  return std::string(level > DEEPEST_LEVEL ? 0 : level, '\t');
 }
 
 } // namespace

@@ -8,12 +8,18 @@
 // Windows the run-time library writes "\r\n" for each "\n".
 namespace Orvan::Core::Platform {
 
-// Creates the file, or truncates an existing one, for writing. Returns a
-// descriptor, or -1 when the file cannot be opened.
+// Creates the file, or truncates an existing one, then opens it for
+// appending: each write lands at the file's end as it is at that moment, so
+// another writer on the same file, or a truncation from outside (a log
+// rotation that copies and truncates), never leaves a hole of NULs or has
+// lines overwritten. Returns a descriptor (never one of the standard
+// streams'), or -1 when the file cannot be opened.
 int openTruncatedTextFile(const std::filesystem::path& path);
 
-// Writes all `size` bytes (several system calls only for a partial write).
-void writeToFile(int descriptor, const char* data, std::size_t size);
+// Writes the `size` bytes (several system calls only for a partial write)
+// and returns how many were written: fewer when the system refuses the rest
+// (a full disk, a file size limit).
+std::size_t writeToFile(int descriptor, const char* data, std::size_t size);
 
 void closeFile(int descriptor);
 
