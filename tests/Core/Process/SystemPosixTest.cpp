@@ -7,13 +7,20 @@
 #include <Core/Process/System.h>
 #include <TemporaryDirectory.h>
 
+#include <WaitFor.h>
+
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <cerrno>
+#include <chrono>
+#include <csignal>
+#include <future>
 #include <cstddef>
 #include <filesystem>
 #include <memory>
 #include <optional>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -51,11 +58,12 @@ std::size_t openDescriptorCount()
   return count;
 }
 
-// True when this process has no child at all, running or zombie.
+// True when this process has no child at all, running or zombie. Asks
+// without reaping, so that it cannot hide a zombie the library left.
 bool hasNoChild()
 {
-  int status = 0;
-  return ::waitpid(-1, &status, WNOHANG) == -1 && errno == ECHILD;
+  siginfo_t information{};
+  return ::waitid(P_ALL, 0, &information, WEXITED | WNOHANG | WNOWAIT) == -1 && errno == ECHILD;
 }
 
 // A command that writes its arguments, each in brackets, into `file`
@@ -247,7 +255,53 @@ TEST_F(SystemRunPosix, ExceptionFromTheLoggerLeavesNoZombie)
   const std::size_t before = openDescriptorCount();
   EXPECT_THROW(System::run("sh -c 'exit 4'", "", nullptr), std::runtime_error);
   EXPECT_EQ(openDescriptorCount(), before);
-  EXPECT_TRUE(hasNoChild());
+  // The child may still be running when run throws; it is reaped once it ends.
+  EXPECT_TRUE(Orvan::Testing::waitFor(hasNoChild));
+}
+
+TEST_F(SystemRunPosix, ExceptionFromTheLoggerWhileTheChildRunsLeavesItRunningAndReapsItOnceItEnds)
+{
+  std::atomic<pid_t> child{0};
+  log->setHook([&child](const LogLine& line) {
+    const std::string started = "CreateProcess successful. Process ID ";
+    if (line.text.rfind(started, 0) == 0) {
+      child = static_cast<pid_t>(std::stol(line.text.substr(started.size())));
+      throw std::runtime_error("logger failure");
+    }
+  });
+  auto running = std::async(std::launch::async, [] { System::run("sleep 3600", "", nullptr); });
+  const bool returned = running.wait_for(std::chrono::seconds(20)) == std::future_status::ready;
+  ASSERT_NE(child.load(), 0);
+  const std::string entry = "/proc/" + std::to_string(child.load());
+  if (!returned) {
+    ::kill(child, SIGKILL); // lets the blocked run end
+  }
+  ASSERT_TRUE(returned) << "run waited for a child it had not ended";
+  EXPECT_THROW(running.get(), std::runtime_error);
+  EXPECT_TRUE(std::filesystem::exists(entry)) << "the child is still running";
+
+  // Ended from outside, the child is reaped: no zombie keeps its entry.
+  ASSERT_EQ(::kill(child, SIGKILL), 0);
+  EXPECT_TRUE(Orvan::Testing::waitFor([&entry] { return !std::filesystem::exists(entry); }));
+}
+
+TEST_F(SystemRunPosix, AHostIgnoringSigchldLosesTheExitCodeAndTheLogSaysWhy)
+{
+  struct sigaction ignored {};
+  ignored.sa_handler = SIG_IGN;
+  struct sigaction previous {};
+  ASSERT_EQ(::sigaction(SIGCHLD, &ignored, &previous), 0);
+  const std::optional<unsigned long long> result = System::run("sh -c 'exit 3'", "", nullptr);
+  ::sigaction(SIGCHLD, &previous, nullptr);
+
+  EXPECT_EQ(result, 1ULL);
+  const Lines lines = log->linesWithoutProcessId();
+  ASSERT_GE(lines.size(), 2u);
+  EXPECT_EQ(lines[lines.size() - 2],
+            (LogLine{LoggingType::Info, "GetExitCodeProcess : failed to get exit code : error code : " +
+                                            std::to_string(ECHILD)}));
+  EXPECT_EQ(lines.back().text.rfind("GetExitCodeProcess : the system reaped the program", 0), 0u)
+      << lines.back().text;
 }
 
 namespace {

@@ -45,7 +45,8 @@ bool startProcess(const std::string& command, const std::string& workingDirector
 SystemCode waitForProcess(const ProcessHandle& process, std::chrono::milliseconds timeout);
 
 // Ends the process at once; `exitCode` is what it reports where the system
-// lets the killer choose. Returns false (last system error set) on failure.
+// lets the killer choose. On POSIX, returns once the process has ended (not
+// yet reaped). Returns false (last system error set) on failure.
 bool terminateProcess(const ProcessHandle& process, SystemCode exitCode);
 
 // Reads the exit code without waiting: EXIT_CODE_STILL_ACTIVE while the
@@ -53,10 +54,15 @@ bool terminateProcess(const ProcessHandle& process, SystemCode exitCode);
 bool readExitCode(const ProcessHandle& process, SystemCode& exitCode);
 
 // Releases the handle; afterwards the handle is empty. Returns false (last
-// system error set) when it was empty or could not be closed.
+// system error set) when it was empty or could not be closed. Never waits:
+// a process still running keeps running (on POSIX it is reaped in the
+// background once it ends).
 bool closeProcess(ProcessHandle& process);
 
 // The calling thread's last system error code.
 SystemCode lastSystemError();
+
+// Why a call failed with `error`, in words.
+std::string explainSystemError(SystemCode error);
 
 } // namespace Orvan::Core::Platform

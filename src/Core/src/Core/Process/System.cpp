@@ -169,8 +169,9 @@ std::optional<unsigned long long> run(const std::string& command,
   if (Platform::readExitCode(process, exitCode)) {
     result = reportExitCode(exitCode);
   } else {
-    logMessage(LoggingType::Info, "GetExitCodeProcess : failed to get exit code : error code : ",
-               Platform::lastSystemError());
+    const SystemCode error = Platform::lastSystemError();
+    logMessage(LoggingType::Info, "GetExitCodeProcess : failed to get exit code : error code : ", error);
+    logMessage(LoggingType::Info, "GetExitCodeProcess : ", Platform::explainSystemError(error));
     result = 1;
   }
   closer.close();
