@@ -7,6 +7,7 @@
 #include <Core/Process/TimeoutRetry.h>
 #include <OutputCapture.h>
 #include <TemporaryDirectory.h>
+#include <Utils/FileHelper.h>
 #include <WaitFor.h>
 
 #include <gtest/gtest.h>
@@ -525,4 +526,46 @@ TEST_F(MakeStream, QuarterGigabyteArrivesIntact)
     announced += std::stoull(line.substr(at + 7, line.size() - 2 - at - 7));
   }
   EXPECT_EQ(announced, TOTAL);
+}
+
+// Names holding NUL characters.
+
+TEST_F(MakeStream, AFileNameHoldingANulIsRefusedBeforeAnythingIsOpened)
+{
+  TemporaryDirectory directory;
+  const auto path = directory / "hostname";
+  Orvan::Testing::writeFile(path, "the truncated name's file");
+  FileInfo finfo(path);
+  finfo.filename = Orvan::Utils::FileHelper::toString(path) + std::string("\0.txt", 5);
+
+  const std::system_error error = expectSystemError([&finfo] { finfo.makeStream(std::ios::in); });
+  EXPECT_EQ(error.code(), std::make_error_code(std::errc::invalid_argument));
+  EXPECT_NE(std::string(error.what()).find("hostname\\0.txt"), std::string::npos) << error.what();
+}
+
+TEST_F(MakeStream, AnAddressHoldingANulIsRefusedBeforeAnythingIsConnected)
+{
+  LoopbackServer server([](Peer& peer) { peer.send("trusted"); });
+  FileInfo finfo = remote(server.port());
+  finfo.address = std::string("127.0.0.1\0.trusted.example.com", 31);
+
+  const std::system_error error = expectSystemError([&finfo] { finfo.makeStream(std::ios::in); });
+  EXPECT_EQ(error.code(), std::make_error_code(std::errc::invalid_argument));
+  EXPECT_NE(std::string(error.what()).find("127.0.0.1\\0.trusted.example.com"), std::string::npos) << error.what();
+  EXPECT_EQ(server.accepted(), 0);
+  EXPECT_EQ(events->count(Events::CONNECTING), 0);
+}
+
+TEST_F(MakeStream, AtEndModeStartsAtTheEndOfALocalFileAsAFileStreamDoes)
+{
+  TemporaryDirectory directory;
+  const auto path = directory / "data.bin";
+  Orvan::Testing::writeFile(path, "twelve bytes");
+  std::ifstream plain(path, std::ios::in | std::ios::binary | std::ios::ate);
+  const auto stream = FileInfo(path).makeStream(std::ios::in | std::ios::binary | std::ios::ate);
+  ASSERT_NE(stream, nullptr);
+  EXPECT_EQ(stream->tellg(), plain.tellg());
+  EXPECT_EQ(stream->tellg(), std::streampos(12));
+  stream->seekg(0);
+  EXPECT_EQ(readAll(*stream), "twelve bytes");
 }

@@ -7,8 +7,13 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <cstring>
+#include <iostream>
 #include <istream>
+#include <regex>
+#include <thread>
+#include <vector>
 #include <memory>
 #include <sstream>
 #include <stdexcept>
@@ -183,4 +188,59 @@ TEST(SocketStream, ResetInTheMiddleOfTheDataIsAReadError)
   EXPECT_EQ(failure.rfind("Failed to read data on socket, error #", 0), 0u) << failure;
   EXPECT_TRUE(stream->bad());
   EXPECT_EQ(received, chunk.substr(0, received.size()));
+}
+
+TEST(SocketStream, ReadLinesLeaveTheHostsNumbersDecimalAndStayWhole)
+{
+  constexpr int STREAMS = 16;
+  std::vector<std::unique_ptr<LoopbackServer>> servers;
+  for (int i = 0; i < STREAMS; ++i) {
+    servers.push_back(std::make_unique<LoopbackServer>([](Peer& peer) {
+      const std::string piece(512, 'x');
+      for (int chunk = 0; chunk < 400; ++chunk) {
+        if (!peer.send(piece)) {
+          return;
+        }
+      }
+    }));
+  }
+
+  OutputCapture output(1);
+  std::atomic<int> reading{STREAMS};
+  int printed = 0;
+  std::vector<std::thread> readers;
+  for (int i = 0; i < STREAMS; ++i) {
+    readers.emplace_back([&reading, port = servers[static_cast<std::size_t>(i)]->port()] {
+      {
+        Stream stream("127.0.0.1", port);
+        char sink[4096];
+        while (stream.read(sink, sizeof sink) || stream.gcount() > 0) {
+        }
+      }
+      --reading;
+    });
+  }
+  // The host prints decimal numbers meanwhile, each in one call.
+  while (reading.load() > 0 || printed < 1000) {
+    std::cout << 1000000 << '\n';
+    ++printed;
+  }
+  std::cout.flush();
+  for (std::thread& reader : readers) {
+    reader.join();
+  }
+  const std::string written = withPlainLineEnds(output.release());
+
+  // Take out every whole "Read" line; what is left is the host's own lines.
+  const std::regex readLine("(0x)?[0-9a-fA-F]+\tRead: [0-9]+b\\.\n");
+  const std::ptrdiff_t readLines =
+      std::distance(std::sregex_iterator(written.begin(), written.end(), readLine), std::sregex_iterator());
+  EXPECT_GE(readLines, STREAMS);
+  const std::string hostLines = std::regex_replace(written, readLine, "");
+  std::string expected;
+  for (int i = 0; i < printed; ++i) {
+    expected += "1000000\n";
+  }
+  EXPECT_TRUE(hostLines == expected) << "host output altered: " << hostLines.substr(0, 400);
+  EXPECT_EQ(std::cout.flags(), std::ios_base::dec | std::ios_base::skipws);
 }

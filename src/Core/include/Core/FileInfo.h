@@ -106,6 +106,15 @@ struct FileInfo {
   // Connecting, Connected and Failed events. Throws std::system_error when
   // the file cannot be opened or the connection fails for good, and
   // std::runtime_error when the server's name cannot be resolved.
+  //
+  // A connection attempt that hangs is given up (with the socket layer's
+  // "timed out" or "cancelled" code, then handled as any failed attempt)
+  // once a positive `timeout` has run out, or within 200 ms of a
+  // cancellation of the token of a Process::TimeoutRetry policy; the pause
+  // between attempts ends early on cancellation too. A FIFO opens without
+  // waiting for a writer. A filename or address holding a NUL character is
+  // refused with std::system_error of std::errc::invalid_argument before
+  // anything is opened.
   ORVAN_CORE_EXPORT std::unique_ptr<std::istream> makeStream(std::optional<int> mode) const;
 
   std::filesystem::path filename;

@@ -3,13 +3,16 @@
 #include <Core/Event/CoreEvents.h>
 #include <Core/Event/Event.h>
 #include <Core/Logging/LoggingCallbackPrivate.h>
+#include <Core/Process/TimeoutRetry.h>
 #include <Utils/CoreAssert.h>
 #include <Utils/FileHelper.h>
 #include <Utils/Timer.h>
 
 #include "Network/SocketStream.h"
 #include "Platform/SharedFile.h"
+#include "Timing/Deadline.h"
 
+#include <algorithm>
 #include <chrono>
 #include <limits>
 #include <sstream>
@@ -24,6 +27,9 @@ namespace {
 using Clock = std::chrono::system_clock;
 
 constexpr std::chrono::milliseconds RETRY_PAUSE{500};
+
+// How often the pause between attempts looks at the cancellation token.
+constexpr std::chrono::milliseconds CANCEL_CHECK_PERIOD{50};
 
 std::string textForm(const FileInfo& finfo)
 {
@@ -64,23 +70,81 @@ std::unique_ptr<std::istream> openLocal(const FileInfo& finfo, std::optional<int
   return stream;
 }
 
+// The system takes names up to their first NUL: a file name or an address
+// holding one would open another file or reach another host than the one
+// the descriptor names. Such a descriptor is refused before anything is
+// opened or connected.
+void refuseTruncatedNames(const FileInfo& finfo)
+{
+  const bool truncated = finfo.isRemote()
+                             ? finfo.address.find('\0') != std::string::npos
+                             : finfo.filename.native().find(std::filesystem::path::value_type{}) != std::string::npos;
+  if (!truncated) {
+    return;
+  }
+  std::string shown;
+  for (const char c : textForm(finfo)) {
+    shown += c == '\0' ? std::string("\\0") : std::string(1, c);
+  }
+  const std::string message = std::string(finfo.isRemote() ? "The address" : "The file name") + " of '" + shown +
+                               "' holds a NUL character";
+  throw std::system_error(std::make_error_code(std::errc::invalid_argument), message);
+}
+
+// The token of the descriptor's retry policy, when it is a TimeoutRetry.
+const Process::CancelationToken* retryToken(const FileInfo& finfo)
+{
+  const auto* policy = dynamic_cast<const Process::TimeoutRetry*>(finfo.retry);
+  return policy != nullptr ? policy->token : nullptr;
+}
+
+// The limits of one connection attempt: the time left on the descriptor's
+// timer when it has a positive timeout, and the retry policy's token.
+Network::ConnectLimits attemptLimits(const FileInfo& finfo, const Utils::Timer<Clock>& timer,
+                                     const Process::CancelationToken* token)
+{
+  Network::ConnectLimits limits;
+  limits.token = token;
+  if (finfo.timeout.count() > 0 && timer.delay && *timer.delay != Clock::duration::max()) {
+    const Clock::duration left = *timer.delay - (Clock::now() - timer.start);
+    limits.deadline = Timing::deadlineAfter(
+        std::max(std::chrono::ceil<std::chrono::milliseconds>(left), std::chrono::milliseconds(0)));
+  }
+  return limits;
+}
+
+// Sleeps for `pause`, or less once `token` is cancelled.
+void pauseUnlessCancelled(std::chrono::milliseconds pause, const Process::CancelationToken* token)
+{
+  const auto end = std::chrono::steady_clock::now() + pause;
+  for (auto now = std::chrono::steady_clock::now(); now < end && !Process::isCancelRequested(token);
+       now = std::chrono::steady_clock::now()) {
+    std::this_thread::sleep_for(std::min<std::chrono::steady_clock::duration>(end - now, CANCEL_CHECK_PERIOD));
+  }
+}
+
 // Connects, retrying under the descriptor's policy with a pause between
 // attempts. Only failures of the socket itself are retried; a failed start-up
-// or name resolution ends the attempt at once.
+// or name resolution ends the attempt at once. An attempt that hangs (a
+// server that drops connection requests) is given up when the descriptor's
+// timeout has run out or the policy's token is cancelled, and then fails as
+// any other.
 std::unique_ptr<std::istream> connectRemote(const FileInfo& finfo)
 {
   const std::string target = textForm(finfo);
   // One timer across all attempts.
   const Utils::Timer<Clock> timer(clockDelay(finfo.timeout));
+  const Process::CancelationToken* token = retryToken(finfo);
   for (;;) {
     reportEvent(Logging::LoggingType::Info, Event::CONNECTING, "Connecting to: '" + target + "'...");
     try {
-      auto stream = std::make_unique<Network::basic_instream<char>>(finfo.address.c_str(), finfo.port);
+      auto stream = std::make_unique<Network::basic_instream<char>>(finfo.address.c_str(), finfo.port,
+                                                                     attemptLimits(finfo, timer, token));
       reportEvent(Logging::LoggingType::Info, Event::CONNECTED, "Connected to: '" + target + "'.");
       return stream;
     } catch (const std::system_error& error) {
       if (finfo.retry != nullptr && (*finfo.retry)(finfo, timer)) {
-        std::this_thread::sleep_for(RETRY_PAUSE);
+        pauseUnlessCancelled(RETRY_PAUSE, token);
         continue;
       }
       reportEvent(Logging::LoggingType::Error, Event::FAILED_TO_CONNECT, "Failed to connected to: '" + target + "'!");
@@ -97,6 +161,7 @@ std::unique_ptr<std::istream> FileInfo::makeStream(std::optional<int> mode) cons
   opening << "Opening '" << *this << "'" << '\n';
   Logging::logMessage(Logging::LoggingType::Info, opening.str());
 
+  refuseTruncatedNames(*this);
   if (!isRemote()) {
     return openLocal(*this, mode);
   }

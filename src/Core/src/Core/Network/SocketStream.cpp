@@ -1,7 +1,11 @@
 #include "Network/SocketStream.h"
 
+#include <Core/Process/CancelationToken.h>
+
+#include <algorithm>
 #include <cstring>
 #include <iostream>
+#include <sstream>
 #include <stdexcept>
 #include <string>
 #include <system_error>
@@ -15,6 +19,49 @@ namespace Platform = Core::Platform;
 // The description of a socket error is written as a fixed field of this many
 // characters, padded with NULs.
 constexpr std::size_t DESCRIPTION_FIELD = 2047;
+
+// How often a pending connection looks at its cancellation token.
+constexpr std::chrono::milliseconds CANCEL_CHECK_PERIOD{50};
+
+// Writes `text` to `stream` in one call and flushes it. The line is formatted
+// beforehand on its own, so the host's stream flags are never touched, and
+// one write keeps the line whole among the host's own output.
+void writeWhole(std::ostream& stream, const std::string& text)
+{
+  stream.write(text.data(), static_cast<std::streamsize>(text.size()));
+  stream.flush();
+}
+
+// Waits for a pending connection within `limits`: Connected, Failed with the
+// socket error set, or Failed with `code` set when the connection is given up.
+Platform::ConnectProgress awaitWithin(Platform::SocketHandle socket, const ConnectLimits& limits, int& code)
+{
+  using Clock = std::chrono::steady_clock;
+  for (;;) {
+    if (Core::Process::isCancelRequested(limits.token)) {
+      code = Platform::CONNECT_CANCELLED;
+      return Platform::ConnectProgress::Failed;
+    }
+    std::chrono::milliseconds wait(-1);
+    if (limits.deadline != Clock::time_point::max()) {
+      const Clock::time_point now = Clock::now();
+      wait = limits.deadline > now ? std::chrono::ceil<std::chrono::milliseconds>(limits.deadline - now)
+                                   : std::chrono::milliseconds(0);
+    }
+    if (limits.token != nullptr) {
+      wait = wait.count() < 0 ? CANCEL_CHECK_PERIOD : std::min(wait, CANCEL_CHECK_PERIOD);
+    }
+    const Platform::ConnectProgress progress = Platform::awaitConnection(socket, wait);
+    if (progress != Platform::ConnectProgress::Pending) {
+      code = Platform::lastSocketError();
+      return progress;
+    }
+    if (Clock::now() >= limits.deadline) {
+      code = Platform::CONNECT_TIMED_OUT;
+      return Platform::ConnectProgress::Failed;
+    }
+  }
+}
 
 // Writes "<text>, error #<code>: <description>" to standard error, the
 // description padded with NULs to its full field, and throws the
@@ -31,7 +78,7 @@ constexpr std::size_t DESCRIPTION_FIELD = 2047;
   message += ": ";
   message.append(description, DESCRIPTION_FIELD);
 
-  std::cerr << message << std::endl;
+  writeWhole(std::cerr, message + '\n');
   throw std::system_error(code, std::system_category(), message.c_str());
 }
 
@@ -46,7 +93,8 @@ constexpr std::size_t DESCRIPTION_FIELD = 2047;
 } // namespace
 
 template<class CharT, class Traits, std::size_t BUFFER_SIZE>
-basic_netbuf<CharT, Traits, BUFFER_SIZE>::basic_netbuf(const char* address, unsigned short port)
+basic_netbuf<CharT, Traits, BUFFER_SIZE>::basic_netbuf(const char* address, unsigned short port,
+                                                       const ConnectLimits& limits)
     : std::basic_streambuf<CharT, Traits>()
     , address(address)
     , port(port)
@@ -75,8 +123,14 @@ basic_netbuf<CharT, Traits, BUFFER_SIZE>::basic_netbuf(const char* address, unsi
     reportSocketError(code, "Invalid socket");
   }
 
-  if (!Platform::connectSocket(socket, first)) {
-    const int code = Platform::lastSocketError();
+  // A connection that can be made at once is made, whatever the limits; one
+  // that is pending is waited for within them.
+  Platform::ConnectProgress progress = Platform::startConnecting(socket, first);
+  int code = progress == Platform::ConnectProgress::Failed ? Platform::lastSocketError() : 0;
+  if (progress == Platform::ConnectProgress::Pending) {
+    progress = awaitWithin(socket, limits, code);
+  }
+  if (progress != Platform::ConnectProgress::Connected) {
     Platform::setRuntimeErrno(code);
     Platform::closeSocket(socket);
     socket = Platform::INVALID_SOCKET_HANDLE;
@@ -107,16 +161,19 @@ typename Traits::int_type basic_netbuf<CharT, Traits, BUFFER_SIZE>::underflow()
   if (received == 0) {
     return std::basic_streambuf<CharT, Traits>::underflow();
   }
-  std::cout << static_cast<const void*>(this) << "\tRead: " << received << "b." << std::endl;
+  std::ostringstream line;
+  line << static_cast<const void*>(this) << "\tRead: " << received << "b.\n";
+  writeWhole(std::cout, line.str());
   const std::size_t count = static_cast<std::size_t>(received) / sizeof(CharT);
   this->setg(buffer, buffer, buffer + count);
   return Traits::to_int_type(buffer[0]);
 }
 
 template<class CharT, class Traits>
-basic_instream<CharT, Traits>::basic_instream(const char* address, unsigned short port)
+basic_instream<CharT, Traits>::basic_instream(const char* address, unsigned short port,
+                                              const ConnectLimits& limits)
     : std::basic_istream<CharT, Traits>(nullptr)
-    , buffer(address, port)
+    , buffer(address, port, limits)
 {
   // Attached once it exists; a failed connection leaves no stream.
   this->rdbuf(&buffer);

@@ -4,6 +4,7 @@
 
 #include "Platform/Socket.h"
 
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <istream>
@@ -12,9 +13,22 @@
 
 // A remote file read over TCP: the client connects, sends nothing and reads
 // until the server closes the connection.
+namespace Orvan::Core::Process {
+class CancelationToken;
+}
+
 namespace Orvan::Network {
 
 inline constexpr std::size_t NETBUF_SIZE = 1048576;
+
+// How long a connection may take: until `deadline` (none: as long as the
+// system tries), and until `token` is cancelled (null: never). A connection
+// given up fails as any other, with the socket layer's "timed out" or
+// "cancelled" code.
+struct ConnectLimits {
+  std::chrono::steady_clock::time_point deadline = std::chrono::steady_clock::time_point::max();
+  const Core::Process::CancelationToken* token = nullptr;
+};
 
 // A stream buffer that owns one connected TCP socket and refills its get area
 // with whatever the socket delivers. The 1 MiB receive buffer lives inside
@@ -30,14 +44,14 @@ public:
   // Throws std::runtime_error when the socket layer cannot start or the name
   // cannot be resolved, and std::system_error (whose message also goes to
   // standard error) when the socket cannot be created or connected.
-  basic_netbuf(const char* address, unsigned short port);
+  basic_netbuf(const char* address, unsigned short port, const ConnectLimits& limits = {});
   basic_netbuf(const basic_netbuf&) = delete;
   basic_netbuf& operator=(const basic_netbuf&) = delete;
   ~basic_netbuf() override;
 
 protected:
   // Receives the next chunk, writing "<this>\tRead: <n>b." to standard
-  // output; end-of-file once the server has closed the connection. A failed
+  // output in one call, without touching the stream's formatting flags; end-of-file once the server has closed the connection. A failed
   // receive throws std::system_error (the stream turns it into its error
   // state or rethrows it, according to its exception mask).
   typename Traits::int_type underflow() override;
@@ -54,7 +68,7 @@ private:
 template<class CharT, class Traits = std::char_traits<CharT>>
 class basic_instream : public std::basic_istream<CharT, Traits> {
 public:
-  basic_instream(const char* address, unsigned short port);
+  basic_instream(const char* address, unsigned short port, const ConnectLimits& limits = {});
   basic_instream(const basic_instream&) = delete;
   basic_instream& operator=(const basic_instream&) = delete;
   ~basic_instream() override;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 
@@ -23,9 +24,23 @@ int resolveTcp4(const char* host, const char* service, addrinfo*& result);
 void freeAddresses(addrinfo* addresses);
 
 // A socket for the address record (close-on-exec, so that child processes do
-// not inherit it), or INVALID_SOCKET_HANDLE.
+// not inherit it, and never one of the standard streams' descriptors), or
+// INVALID_SOCKET_HANDLE.
 SocketHandle openSocket(const addrinfo& address);
-bool connectSocket(SocketHandle socket, const addrinfo& address);
+
+// Connecting without blocking, so that the caller decides how long to wait:
+// startConnecting switches the socket to non-blocking mode and starts the
+// connection; awaitConnection waits for it at most `wait` (a negative wait
+// has no limit), and puts the socket back in blocking mode once the
+// connection is made. On Failed, lastSocketError() tells why.
+enum class ConnectProgress { Connected, Pending, Failed };
+ConnectProgress startConnecting(SocketHandle socket, const addrinfo& address);
+ConnectProgress awaitConnection(SocketHandle socket, std::chrono::milliseconds wait);
+
+// The socket layer's codes for a connection given up by its caller: its time
+// ran out, or it was cancelled.
+extern const int CONNECT_TIMED_OUT;
+extern const int CONNECT_CANCELLED;
 
 // The number of bytes received, 0 when the peer has closed the connection
 // in order, negative on failure.
