@@ -210,13 +210,6 @@ Outcome parse(const Source& source)
   return outcome;
 }
 
-std::string textForm(const FileInfo& finfo)
-{
-  std::ostringstream stream;
-  stream << finfo;
-  return stream.str();
-}
-
 std::string describe(Expected::Kind kind)
 {
   switch (kind) {
@@ -298,7 +291,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
 
   // Its text form parses back to the same fields; a local descriptor's
   // timeout is not written, so it comes back as 0.
-  const std::string written = textForm(finfo);
+  const std::string written = toString(finfo);
   const Outcome again = parse(written);
   checkAssertions(again, written, input);
   check(again.parsed.has_value(), "text form '" + written + "' is rejected: " + again.message, input);
@@ -309,6 +302,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const std::int64_t keptTimeout = finfo.isRemote() ? finfo.timeout.count() : 0;
   check(back.timeout.count() == keptTimeout,
         "text form '" + written + "' gives timeout " + std::to_string(back.timeout.count()), input);
-  check(textForm(back) == written, "the text form of the text form differs: '" + textForm(back) + "'", input);
+  check(toString(back) == written, "the text form of the text form differs: '" + toString(back) + "'", input);
   return 0;
 }

@@ -29,13 +29,6 @@ namespace {
 
 constexpr std::size_t CHUNK = 256 * 1024;
 
-std::string textForm(const Core::FileInfo& finfo)
-{
-  std::ostringstream text;
-  text << finfo;
-  return text.str();
-}
-
 // Where the bytes go: a temporary file that replaces the output at the end,
 // or standard output.
 class Sink {
@@ -107,7 +100,7 @@ FetchOutcome fetchFile(const Core::FileInfo& finfo, const std::filesystem::path&
                        const Core::Process::CancelationToken& token)
 {
   FetchOutcome outcome;
-  const std::string target = textForm(finfo);
+  const std::string target = toString(finfo);
   Core::Logging::WorkflowLogger step("Fetch '" + target + "'", false);
 
   // The library writes a line per received chunk to standard output and its

@@ -21,13 +21,6 @@ namespace {
 
 const std::string FORMATS = " does not match the <filename> nor <filename>@<address>:<port>[&timeout=<timeout>] formats.";
 
-std::string written(const FileInfo& finfo)
-{
-  std::ostringstream stream;
-  stream << finfo;
-  return stream.str();
-}
-
 // The text of the runtime_error that parsing `text` throws.
 std::string rejection(const std::string& text)
 {
@@ -55,14 +48,14 @@ TEST(FileInfo, PlainNameIsALocalFile)
   EXPECT_EQ(finfo.timeout, 0s);
   EXPECT_EQ(finfo.retry, nullptr);
   EXPECT_FALSE(finfo.isRemote());
-  EXPECT_EQ(written(finfo), "data.bin");
+  EXPECT_EQ(toString(finfo), "data.bin");
 }
 
 TEST(FileInfo, DriveLetterIsPartOfALocalName)
 {
   const FileInfo finfo(std::string("C:\\dir\\f.txt"));
   EXPECT_FALSE(finfo.isRemote());
-  EXPECT_EQ(written(finfo), "C:\\dir\\f.txt");
+  EXPECT_EQ(toString(finfo), "C:\\dir\\f.txt");
 }
 
 TEST(FileInfo, ColonAfterTheDriveIsRejected)
@@ -78,14 +71,14 @@ TEST(FileInfo, RemoteWithoutTimeout)
   EXPECT_EQ(finfo.address, "host");
   EXPECT_EQ(finfo.port, 80);
   EXPECT_EQ(finfo.timeout, 0s);
-  EXPECT_EQ(written(finfo), "f@host:80");
+  EXPECT_EQ(toString(finfo), "f@host:80");
 }
 
 TEST(FileInfo, RemoteWithTimeout)
 {
   const FileInfo finfo(std::string("f@host:80&timeout=30"));
   EXPECT_EQ(finfo.timeout, 30s);
-  EXPECT_EQ(written(finfo), "f@host:80&timeout=30");
+  EXPECT_EQ(toString(finfo), "f@host:80&timeout=30");
 }
 
 TEST(FileInfo, PortWithoutAddressIsRejected)
@@ -111,7 +104,7 @@ TEST(FileInfo, LocalWithTimeoutIsWrittenAsItsBarePath)
   const FileInfo finfo(std::string("f@:0&timeout=5"));
   EXPECT_FALSE(finfo.isRemote());
   EXPECT_EQ(finfo.timeout, 5s);
-  EXPECT_EQ(written(finfo), "f");
+  EXPECT_EQ(toString(finfo), "f");
 }
 
 TEST(FileInfo, PortWithLeadingZeroIsASyntaxError)
@@ -211,14 +204,14 @@ TEST(FileInfo, WritingThenParsingGivesTheFieldsBack)
 {
   for (const char* text : {"data.bin@server:4000&timeout=30", "dir/x.y@10.0.0.1:1", "f@h:65535&timeout=2147483647"}) {
     const FileInfo original(std::string{text});
-    const FileInfo parsed(written(original));
+    const FileInfo parsed(toString(original));
     EXPECT_EQ(parsed.filename, original.filename) << text;
     EXPECT_EQ(parsed.address, original.address) << text;
     EXPECT_EQ(parsed.port, original.port) << text;
     EXPECT_EQ(parsed.timeout, original.timeout) << text;
   }
   const FileInfo fields(std::filesystem::path("f"), "host", 8080, FileInfo::Seconds(12));
-  const FileInfo parsed(written(fields));
+  const FileInfo parsed(toString(fields));
   EXPECT_EQ(parsed.address, "host");
   EXPECT_EQ(parsed.port, 8080);
   EXPECT_EQ(parsed.timeout, 12s);
@@ -231,6 +224,17 @@ TEST(FileInfo, NumbersAreWrittenInDecimalWhateverTheStreamFlags)
   EXPECT_EQ(stream.str(), "f@host:255&timeout=16");
 }
 
+TEST(FileInfo, ToStringGivesTheTextFormThatTheStreamOperatorWrites)
+{
+  for (const std::string text : {"plain.txt", "f@host:255", "f@host:255&timeout=16", "dir/f@10.0.0.1:1"}) {
+    const FileInfo finfo(text);
+    std::ostringstream stream;
+    stream << finfo;
+    EXPECT_EQ(toString(finfo), text);
+    EXPECT_EQ(stream.str(), text);
+  }
+}
+
 TEST(FileInfo, FieldsConstructorBuildsARemoteDescriptor)
 {
   AssertRecorder recorder;
@@ -238,7 +242,7 @@ TEST(FileInfo, FieldsConstructorBuildsARemoteDescriptor)
   EXPECT_TRUE(recorder.reports().empty());
   EXPECT_TRUE(finfo.isRemote());
   EXPECT_EQ(finfo.retry, nullptr);
-  EXPECT_EQ(written(finfo), "f@host:80&timeout=5");
+  EXPECT_EQ(toString(finfo), "f@host:80&timeout=5");
 }
 
 TEST(FileInfo, FieldsConstructorReportsEveryBadFieldAndKeepsIt)
@@ -271,7 +275,7 @@ TEST(FileInfo, CopiesShareTheRetryPolicy)
   original.retry = &policy;
   const FileInfo copy(original);
   EXPECT_EQ(copy.retry, &policy);
-  EXPECT_EQ(written(copy), written(original));
+  EXPECT_EQ(toString(copy), toString(original));
 
   FileInfo assigned(std::string("other"));
   assigned = original;
@@ -285,7 +289,7 @@ TEST(FileInfo, MovingEmptiesOnlyTheNames)
   FileInfo source(std::string("f@host:80&timeout=3"));
   source.retry = &policy;
   const FileInfo moved(std::move(source));
-  EXPECT_EQ(written(moved), "f@host:80&timeout=3");
+  EXPECT_EQ(toString(moved), "f@host:80&timeout=3");
   EXPECT_EQ(moved.retry, &policy);
   EXPECT_TRUE(source.filename.empty());
   EXPECT_TRUE(source.address.empty());
@@ -296,7 +300,7 @@ TEST(FileInfo, MovingEmptiesOnlyTheNames)
   FileInfo target(std::string("g"));
   FileInfo second(std::string("h@other:81"));
   target = std::move(second);
-  EXPECT_EQ(written(target), "h@other:81");
+  EXPECT_EQ(toString(target), "h@other:81");
   EXPECT_TRUE(second.filename.empty());
   EXPECT_TRUE(second.address.empty());
   EXPECT_EQ(second.port, 81);
@@ -329,7 +333,7 @@ TEST(FileInfoBadInput, EmptyTextIsReportedAndGivesAnEmptyLocalDescriptor)
   EXPECT_EQ(recorder.messages(), std::vector<std::string>{"CORE_ASSERT failed: '!s.empty()'"});
   EXPECT_FALSE(finfo.isRemote());
   EXPECT_TRUE(finfo.filename.empty());
-  EXPECT_EQ(written(finfo), "");
+  EXPECT_EQ(toString(finfo), "");
 }
 
 TEST(FileInfoBadInput, NullTextIsReportedLikeAnEmptyOne)
@@ -382,12 +386,12 @@ TEST(FileInfoBadInput, EmbeddedNulBytesAreOrdinaryCharacters)
   const std::string name("a\0b", 3);
   const FileInfo local(name);
   EXPECT_FALSE(local.isRemote());
-  EXPECT_EQ(written(local), name);
+  EXPECT_EQ(toString(local), name);
 
   const std::string remote("f@ho\0st:80", 10);
   const FileInfo finfo(remote);
   EXPECT_EQ(finfo.address, std::string("ho\0st", 5));
-  EXPECT_EQ(written(finfo), remote);
+  EXPECT_EQ(toString(finfo), remote);
 
   // The message holds the whole text; what() stops at its first NUL.
   const std::string badPort("f@host:8\0", 9);

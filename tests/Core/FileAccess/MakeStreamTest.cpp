@@ -46,13 +46,6 @@ namespace {
 
 class MakeStream : public RecordingTest {};
 
-std::string textOf(const FileInfo& finfo)
-{
-  std::ostringstream stream;
-  stream << finfo;
-  return stream.str();
-}
-
 FileInfo remote(unsigned short port, int timeout = 0)
 {
   std::string text = "data.bin@127.0.0.1:" + std::to_string(port);
@@ -207,7 +200,7 @@ TEST_F(MakeStream, MissingLocalFileThrowsWithItsName)
   const auto path = directory / "missing.bin";
   const FileInfo finfo(path);
   const std::system_error error = expectSystemError([&] { finfo.makeStream(std::ios::in); });
-  const std::string head = "Failed to open file '" + textOf(finfo) + "': ";
+  const std::string head = "Failed to open file '" + toString(finfo) + "': ";
   EXPECT_EQ(std::string(error.what()).substr(0, head.size()), head);
   EXPECT_NE(error.code().value(), 0);
   // Only the opening line is logged.
@@ -220,7 +213,7 @@ TEST_F(MakeStream, DirectoryIsNoFileToRead)
   TemporaryDirectory directory;
   const FileInfo finfo(directory.path());
   const std::system_error error = expectSystemError([&] { finfo.makeStream(std::ios::in); });
-  const std::string head = "Failed to open file '" + textOf(finfo) + "': ";
+  const std::string head = "Failed to open file '" + toString(finfo) + "': ";
   EXPECT_EQ(std::string(error.what()).substr(0, head.size()), head);
 }
 
@@ -246,7 +239,7 @@ TEST_F(MakeStream, RemoteFileIsReadUntilTheServerCloses)
   EXPECT_EQ(readAll(*stream), "remote content");
   output.release();
 
-  const std::string target = textOf(finfo);
+  const std::string target = toString(finfo);
   EXPECT_EQ(events->ids(), (std::vector<std::uint32_t>{Events::CONNECTING, Events::CONNECTED}));
   EXPECT_EQ(events->texts(), (std::vector<std::string>{"Connecting to: '" + target + "'...",
                                                        "Connected to: '" + target + "'."}));
@@ -271,7 +264,7 @@ TEST_F(MakeStream, ServerDownWithoutPolicyFailsAfterOneAttempt)
   EXPECT_EQ(thrown.code().value(), Orvan::Testing::Loopback::connectionRefusedCode());
   EXPECT_EQ(std::string(thrown.what()).rfind("Failed to connect to server., error #", 0), 0u);
   EXPECT_EQ(written.rfind("Failed to connect to server., error #", 0), 0u);
-  const std::string target = textOf(finfo);
+  const std::string target = toString(finfo);
   EXPECT_EQ(events->ids(), (std::vector<std::uint32_t>{Events::CONNECTING, Events::FAILED_TO_CONNECT}));
   EXPECT_EQ(events->texts().back(), "Failed to connected to: '" + target + "'!");
   EXPECT_EQ(events->entries().back().info.level, LoggingType::Error);
@@ -319,7 +312,7 @@ TEST_F(MakeStream, RefusedConnectionIsRetriedEveryHalfSecondUntilTheTimeout)
   }
   EXPECT_GE(elapsed, 3s);
   EXPECT_EQ(events->texts()[static_cast<std::size_t>(attempts)],
-            "Timeout reached while connecting to: '" + textOf(finfo) + "'");
+            "Timeout reached while connecting to: '" + toString(finfo) + "'");
 }
 
 TEST_F(MakeStream, CancellationFromAnotherThreadEndsTheRetriesWithinOneAttempt)

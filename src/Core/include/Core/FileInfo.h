@@ -124,23 +124,15 @@ struct FileInfo {
   Seconds timeout{0};
 };
 
-// Writes the descriptor's text form: the bare filename for a local file;
+// The descriptor's text form: the bare filename (UTF-8) for a local file;
 // "@address:port" for a remote one, then "&timeout=seconds" when the timeout
-// is positive. Numbers are always decimal, whatever the stream's flags.
+// is positive. Numbers are always decimal.
+ORVAN_CORE_EXPORT std::string toString(const FileInfo& finfo);
+
+// Writes toString(finfo), whatever the stream's flags.
 inline std::ostream& operator<<(std::ostream& stream, FileInfo finfo)
 {
-  std::string text = Utils::FileHelper::toString(finfo.filename);
-  if (!finfo.address.empty()) {
-    text += '@';
-    text += finfo.address;
-    text += ':';
-    text += std::to_string(static_cast<unsigned>(finfo.port));
-    if (finfo.timeout.count() > 0) {
-      text += "&timeout=";
-      text += std::to_string(static_cast<long long>(finfo.timeout.count()));
-    }
-  }
-  return stream << text;
+  return stream << toString(finfo);
 }
 
 } // namespace Orvan::Core

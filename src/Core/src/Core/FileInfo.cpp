@@ -202,4 +202,20 @@ bool FileInfo::operator<(const FileInfo& other) const
   return filename < other.filename;
 }
 
+std::string toString(const FileInfo& finfo)
+{
+  std::string text = Utils::FileHelper::toString(finfo.filename);
+  if (!finfo.address.empty()) {
+    text += '@';
+    text += finfo.address;
+    text += ':';
+    text += std::to_string(static_cast<unsigned>(finfo.port));
+    if (finfo.timeout.count() > 0) {
+      text += "&timeout=";
+      text += std::to_string(static_cast<long long>(finfo.timeout.count()));
+    }
+  }
+  return text;
+}
+
 } // namespace Orvan::Core

@@ -31,13 +31,6 @@ constexpr std::chrono::milliseconds RETRY_PAUSE{500};
 // How often the pause between attempts looks at the cancellation token.
 constexpr std::chrono::milliseconds CANCEL_CHECK_PERIOD{50};
 
-std::string textForm(const FileInfo& finfo)
-{
-  std::ostringstream stream;
-  stream << finfo;
-  return stream.str();
-}
-
 void reportEvent(Logging::LoggingType level, Event::CoreEvents event, const std::string& text)
 {
   Event::logEvent({level, Utils::ErrorManagement::PackageIdentifier::Core, event}, Event::EventValue(text));
@@ -64,7 +57,7 @@ std::unique_ptr<std::istream> openLocal(const FileInfo& finfo, std::optional<int
   const auto openMode = static_cast<std::ios_base::openmode>(mode.value_or(0));
   std::unique_ptr<std::istream> stream = Platform::openSharedFile(finfo.filename, openMode);
   if (!stream) {
-    const std::string message = "Failed to open file '" + textForm(finfo) + "': ";
+    const std::string message = "Failed to open file '" + toString(finfo) + "': ";
     throw Utils::FileHelper::makeSystemError(message.c_str());
   }
   return stream;
@@ -83,7 +76,7 @@ void refuseTruncatedNames(const FileInfo& finfo)
     return;
   }
   std::string shown;
-  for (const char c : textForm(finfo)) {
+  for (const char c : toString(finfo)) {
     shown += c == '\0' ? std::string("\\0") : std::string(1, c);
   }
   const std::string message = std::string(finfo.isRemote() ? "The address" : "The file name") + " of '" + shown +
@@ -131,7 +124,7 @@ void pauseUnlessCancelled(std::chrono::milliseconds pause, const Process::Cancel
 // any other.
 std::unique_ptr<std::istream> connectRemote(const FileInfo& finfo)
 {
-  const std::string target = textForm(finfo);
+  const std::string target = toString(finfo);
   // One timer across all attempts.
   const Utils::Timer<Clock> timer(clockDelay(finfo.timeout));
   const Process::CancelationToken* token = retryToken(finfo);

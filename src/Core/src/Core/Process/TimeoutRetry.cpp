@@ -17,13 +17,6 @@ void reportWarning(Event::CoreEvents event, const std::string& text)
                   Event::EventValue(text));
 }
 
-std::string textForm(const FileInfo& finfo)
-{
-  std::ostringstream stream;
-  stream << finfo;
-  return stream.str();
-}
-
 } // namespace
 
 TimeoutRetry::TimeoutRetry(CancelationToken* const token)
@@ -36,10 +29,10 @@ bool TimeoutRetry::operator()(const FileInfo& finfo, const Utils::Timer<std::chr
   CORE_ASSERT(finfo.isRemote());
   const bool expired = timer.isExpired();
   if (expired && finfo.timeout.count() > 0) {
-    reportWarning(Event::TIMEOUT_REACHED, "Timeout reached while connecting to: '" + textForm(finfo) + "'");
+    reportWarning(Event::TIMEOUT_REACHED, "Timeout reached while connecting to: '" + toString(finfo) + "'");
   }
   if (isCancelRequested(token)) {
-    reportWarning(Event::CANCELLED_CONNECTION, "Cancelled connection to: '" + textForm(finfo) + "'");
+    reportWarning(Event::CANCELLED_CONNECTION, "Cancelled connection to: '" + toString(finfo) + "'");
     return false;
   }
   return !expired;
