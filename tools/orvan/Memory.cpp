@@ -1,11 +1,9 @@
 #include "Commands.h"
 #include "Console.h"
 
-#include <Core/Logging/FileLogger.h>
 #include <Core/Logging/MemorySpy.h>
-#include <Utils/FileHelper.h>
 
-#include <fstream>
+#include <chrono>
 #include <iomanip>
 #include <sstream>
 #include <thread>
@@ -15,6 +13,21 @@ namespace Orvan::Tool {
 namespace Logging = Core::Logging;
 
 namespace {
+
+// Waits `pause`, in short slices so that Ctrl-C is noticed at once; false
+// once cancelled.
+bool pauseUnlessCancelled(std::chrono::milliseconds pause, const Core::Process::CancelationToken& token)
+{
+  const auto end = std::chrono::steady_clock::now() + pause;
+  while (!token.isCancelRequested()) {
+    const auto now = std::chrono::steady_clock::now();
+    if (now >= end) {
+      return true;
+    }
+    std::this_thread::sleep_for(std::min<std::chrono::steady_clock::duration>(end - now, std::chrono::milliseconds(20)));
+  }
+  return false;
+}
 
 const char* const MEMORY_HELP =
     "Usage: orvan memory [options]\n"
@@ -28,11 +41,6 @@ const char* const MEMORY_HELP =
     "  --watch MS            take a sample every MS milliseconds until Ctrl-C\n"
     "  --count N             stop after N samples (default: 1, or no limit with --watch)\n"
     "  -h, --help            show this help\n";
-
-// The sample lines, and only them, start with this text in a log file line.
-constexpr const char* SAMPLE_MARK = "[MEMORY] Virtual: ";
-// The column legend starts with the same text.
-constexpr const char* LEGEND_MARK = "[MEMORY] Virtual: PC TOTAL";
 
 std::string table(const Logging::MemoryUsageCapture& usage)
 {
@@ -49,40 +57,6 @@ std::string table(const Logging::MemoryUsageCapture& usage)
   result.pop_back();
   return result;
 }
-
-// Reads the complete lines added to a file since the last call.
-class LineFollower {
-public:
-  explicit LineFollower(std::filesystem::path path)
-      : path(std::move(path))
-  {
-  }
-
-  std::vector<std::string> newLines()
-  {
-    std::vector<std::string> lines;
-    std::ifstream input(path, std::ios::binary);
-    if (!input) {
-      return lines;
-    }
-    input.seekg(static_cast<std::streamoff>(offset));
-    std::string content((std::istreambuf_iterator<char>(input)), std::istreambuf_iterator<char>());
-    std::size_t start = 0;
-    for (std::size_t end; (end = content.find('\n', start)) != std::string::npos; start = end + 1) {
-      std::string line = content.substr(start, end - start);
-      if (!line.empty() && line.back() == '\r') {
-        line.pop_back();
-      }
-      lines.push_back(std::move(line));
-    }
-    offset += start;
-    return lines;
-  }
-
-private:
-  std::filesystem::path path;
-  std::uint64_t offset = 0;
-};
 
 } // namespace
 
@@ -118,53 +92,20 @@ int memoryCommand(Arguments& arguments)
   const std::uint64_t wanted = count ? *count : (watch ? 0 : 1);
 
   CtrlC ctrlC;
-  // The memory spy writes its sample lines into a file logger; the line shown
-  // is the one it wrote, read back from a scratch log file.
-  const std::filesystem::path directory = makeTemporaryDirectory("orvan-memory");
-  const std::filesystem::path logPath = directory / "memory.log";
-  std::uint64_t printed = 0;
-  bool failed = false;
-  {
-    Logging::FileLogger logger(Utils::FileHelper::toString(logPath));
-    // Without --watch one sample is enough: the spy takes it at once and then
-    // waits for a period that never ends before the logger goes.
-    logger.attachMemorySpyer(std::chrono::milliseconds(watch ? *watch : 3600000));
-    LineFollower follower(logPath);
-    auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(watch.value_or(0))
-                    + std::chrono::seconds(30);
-    while (!ctrlC.token.isCancelRequested() && (wanted == 0 || printed < wanted)) {
-      bool any = false;
-      for (const std::string& line : follower.newLines()) {
-        const auto mark = line.find(SAMPLE_MARK);
-        if (mark == std::string::npos || line.find(LEGEND_MARK) != std::string::npos) {
-          continue;
-        }
-        if (wanted != 0 && printed == wanted) {
-          break;
-        }
-        if (printed > 0) {
-          Console::instance().result("");
-        }
-        Console::instance().result(line.substr(mark));
-        Console::instance().result(table(Logging::MemorySpy::captureMemoryUsage()));
-        ++printed;
-        any = true;
-      }
-      const auto now = std::chrono::steady_clock::now();
-      if (any) {
-        deadline = now + std::chrono::milliseconds(watch.value_or(0)) + std::chrono::seconds(30);
-      } else if (now > deadline) {
-        Console::instance().message("orvan memory: the memory spy wrote no sample");
-        failed = true;
+  // The sample line is the one a memory spy writes into a log file, made by
+  // the same function.
+  for (std::uint64_t printed = 0; wanted == 0 || printed < wanted; ++printed) {
+    if (printed > 0) {
+      if (!pauseUnlessCancelled(std::chrono::milliseconds(*watch), ctrlC.token)) {
         break;
-      } else {
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
       }
+      Console::instance().result("");
     }
+    const Logging::MemoryUsageCapture usage = Logging::MemorySpy::captureMemoryUsage();
+    Console::instance().result(Logging::formatMemoryUsage(usage));
+    Console::instance().result(table(usage));
   }
-  std::error_code ignored;
-  std::filesystem::remove_all(directory, ignored);
-  return failed ? EXIT_FAILED : EXIT_OK;
+  return EXIT_OK;
 }
 
 } // namespace Orvan::Tool

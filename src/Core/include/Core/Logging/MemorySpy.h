@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <memory>
 #include <mutex>
+#include <string>
 #include <thread>
 
 namespace Orvan::Core::Logging {
@@ -27,11 +28,27 @@ struct MemoryUsageCapture {
   std::uint64_t physicalUsedByApplication = 0;
 };
 
+// A byte count the way the memory lines show it: "16GB", "1 512MB",
+// "50 020KB", "005KB" (the boundaries are strict: exactly 1 MiB is "000KB").
+ORVAN_CORE_EXPORT std::string formatMemorySize(std::uint64_t bytes);
+
+// The sample line a memory spy writes for `usage`: "[MEMORY] Virtual: " and
+// the six figures, tab-separated, with "Physical:" before the physical ones.
+// A host prints it without any log file:
+//
+//   std::cout << MEMORY_LEGEND << '\n'
+//             << formatMemoryUsage(MemorySpy::captureMemoryUsage()) << '\n';
+ORVAN_CORE_EXPORT std::string formatMemoryUsage(const MemoryUsageCapture& usage);
+
+// The column legend written once per attached spy, before its samples.
+inline constexpr const char* MEMORY_LEGEND = "[MEMORY] Virtual: PC TOTAL\t-\tPC USED\t-\tUSED BY APPLICATION\t\t"
+                                             "Physical: PC TOTAL\t-\tPC USED\t-\tUSED BY APPLICATION";
+
 // Samples the memory use on a thread of its own and hands each sample, as one
 // "[MEMORY] Virtual: ..." line, to a logger at the verbose level. A file
 // logger runs one for each call of its attachMemorySpyer; hosts use the
 // one-shot captureMemoryUsage.
-class MemorySpy {
+class ORVAN_CORE_EXPORT MemorySpy {
 public:
   // A period of zero or less samples back to back.
   MemorySpy(Logger& logger, std::chrono::milliseconds period);
@@ -51,7 +68,7 @@ public:
   void wakeUp();
 
   // Reads the memory figures now.
-  ORVAN_CORE_EXPORT static MemoryUsageCapture captureMemoryUsage();
+  static MemoryUsageCapture captureMemoryUsage();
 
 private:
   void samplingLoop();

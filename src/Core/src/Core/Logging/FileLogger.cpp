@@ -5,7 +5,6 @@
 #include <Utils/FileHelper.h>
 
 #include "Logging/LevelText.h"
-#include "Logging/MemoryText.h"
 #include "Platform/LocalTime.h"
 #include "Platform/LogFile.h"
 #include "Platform/ThreadId.h"

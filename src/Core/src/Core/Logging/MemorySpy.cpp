@@ -1,7 +1,6 @@
 #include <Core/Logging/MemorySpy.h>
 #include <Utils/CoreAssert.h>
 
-#include "Logging/MemoryText.h"
 #include "Timing/Deadline.h"
 
 #include <iomanip>
