@@ -5,7 +5,6 @@
 
 #include <atomic>
 #include <memory>
-#include <mutex>
 
 namespace Orvan::Core::Process::Progression {
 
@@ -51,16 +50,10 @@ public:
   void setCompleted();
 
 protected:
-  // Remembers `newToken` as the most recent token, replacing (not detaching)
-  // the one before. Safe from any thread.
-  void keepToken(const std::shared_ptr<ProcessProgressionToken>& newToken);
-
-  // The most recent token handed out; guarded by tokenMutex.
   std::weak_ptr<ProcessProgressionToken> token;
 
 private:
   std::atomic<bool> completed{false};
-  std::mutex tokenMutex;
 };
 
 } // namespace Orvan::Core::Process::Progression

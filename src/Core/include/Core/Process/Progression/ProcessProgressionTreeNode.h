@@ -16,8 +16,9 @@ namespace Orvan::Core::Process::Progression {
 // below is passed up, and the observers of every ancestor are poked, the
 // root's first.
 //
-// A node's lock guards its list of children only and is never held while a
-// child is read, so a child may use its parent from its captureProgression.
+// A node's lock guards its list of children and its token reference, and is
+// never held while a child is read, so a child may use its parent from its
+// captureProgression.
 class ORVAN_CORE_EXPORT ProcessProgressionTreeNode : public ProcessProgression {
 public:
   ProcessProgressionTreeNode();

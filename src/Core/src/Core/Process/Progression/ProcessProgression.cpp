@@ -24,17 +24,9 @@ ProcessProgression::ProcessProgression() = default;
 
 ProcessProgression::~ProcessProgression()
 {
-  const std::lock_guard lock(tokenMutex);
   if (const std::shared_ptr<ProcessProgressionToken> liveToken = token.lock()) {
     liveToken->detached = true;
   }
-}
-
-void ProcessProgression::keepToken(const std::shared_ptr<ProcessProgressionToken>& newToken)
-{
-  // A weak reference is not safe to assign from two threads at once.
-  const std::lock_guard lock(tokenMutex);
-  token = newToken;
 }
 
 bool ProcessProgression::isCompleted() const

@@ -58,7 +58,10 @@ const ProcessProgressionTreeNode* ProcessProgressionTreeNode::operator[](unsigne
 std::shared_ptr<ProcessProgression::ProcessProgressionToken> ProcessProgressionTreeNode::getToken()
 {
   auto newToken = std::make_shared<ProcessProgressionToken>(*this);
-  keepToken(newToken);
+  // A weak reference is not safe to assign from two threads at once; the
+  // node's own lock serialises the tokens handed out.
+  const std::lock_guard lock(childrenMutex);
+  token = newToken;
   return newToken;
 }
 
