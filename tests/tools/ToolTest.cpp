@@ -219,7 +219,8 @@ TEST(OrvanServeFetch, ChunkLinesGoToTheLogFile)
   EXPECT_EQ(fetched.code, 0) << fetched.error;
   const std::string text = readFile(log);
   EXPECT_NE(text.find("[VERBOSE]"), std::string::npos);
-  EXPECT_NE(text.find("\tRead: "), std::string::npos) << text;
+  EXPECT_NE(text.find("[DEBUG  ] ["), std::string::npos);
+  EXPECT_NE(text.find(" b. from 127.0.0.1:" + std::to_string(server.port)), std::string::npos) << text;
   EXPECT_NE(text.find("[MEMORY] Virtual: "), std::string::npos);
   EXPECT_NE(text.find("Connected to: '" + server.target("data.bin") + "'."), std::string::npos);
   EXPECT_NE(text.find("===> Fetch '" + server.target("data.bin") + "'"), std::string::npos);

@@ -103,10 +103,6 @@ FetchOutcome fetchFile(const Core::FileInfo& finfo, const std::filesystem::path&
   const std::string target = toString(finfo);
   Core::Logging::WorkflowLogger step("Fetch '" + target + "'", false);
 
-  // The library writes a line per received chunk to standard output and its
-  // socket failures to standard error; both go into the log instead.
-  DiagnosticsRoute route;
-
   TransferState state;
   state.name = toString(finfo.filename.filename());
   if (!finfo.isRemote()) {
@@ -127,7 +123,11 @@ FetchOutcome fetchFile(const Core::FileInfo& finfo, const std::filesystem::path&
 
   try {
     Sink sink(output);
-    std::unique_ptr<std::istream> stream = finfo.makeStream(static_cast<int>(std::ios::binary));
+    // Ctrl-C ends a read that waits for a silent server too.
+    Core::FileInfo::StreamOptions options;
+    options.mode = static_cast<int>(std::ios::binary);
+    options.token = &token;
+    std::unique_ptr<std::istream> stream = finfo.makeStream(options);
     // A failed receive comes out as the library's std::system_error.
     stream->exceptions(std::ios::badbit);
     state.start = std::chrono::steady_clock::now();

@@ -69,45 +69,6 @@ private:
   std::shared_ptr<ToolLogger> toolLogger;
 };
 
-// Hands every complete line written to it to a function; NUL characters and
-// what follows them on a line are dropped.
-class LineRouter : public std::streambuf {
-public:
-  explicit LineRouter(std::function<void(const std::string&)> deliver);
-  ~LineRouter() override;
-
-protected:
-  int_type overflow(int_type character) override;
-  std::streamsize xsputn(const char* data, std::streamsize count) override;
-  int sync() override;
-
-private:
-  void put(char character);
-  void deliverLine();
-
-  std::function<void(const std::string&)> deliver;
-  std::mutex mutex;
-  std::string line;
-};
-
-// While it lives, the library's direct diagnostics are routed into the log:
-// lines written to std::cout (the socket stream's per-chunk "Read" lines) at
-// the verbose level, lines written to std::cerr (socket failures) at the
-// debug level. The tool's own output does not use these two streams.
-class DiagnosticsRoute {
-public:
-  DiagnosticsRoute();
-  ~DiagnosticsRoute();
-  DiagnosticsRoute(const DiagnosticsRoute&) = delete;
-  DiagnosticsRoute& operator=(const DiagnosticsRoute&) = delete;
-
-private:
-  LineRouter outputRouter;
-  LineRouter errorRouter;
-  std::streambuf* savedOutput;
-  std::streambuf* savedError;
-};
-
 } // namespace Orvan::Tool
 
 namespace Orvan::Tool {

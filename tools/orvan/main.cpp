@@ -5,6 +5,7 @@
 #include "Console.h"
 #include "ToolLogging.h"
 
+#include <Core/StreamDiagnostics.h>
 #include <Core/Version.h>
 
 #include <chrono>
@@ -83,6 +84,9 @@ int usageError(const std::string& command, const std::string& message)
 
 int main(const std::vector<std::string>& words)
 {
+  // The library's per-chunk lines and socket messages go to the log, never
+  // to the standard streams, which carry the tool's own output.
+  Core::setStreamDiagnostics(Core::StreamDiagnostics::Log);
   if (words.empty()) {
     std::fputs(MAIN_HELP, stderr);
     return EXIT_USAGE;

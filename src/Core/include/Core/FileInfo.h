@@ -18,6 +18,10 @@
 
 namespace Orvan::Core {
 
+namespace Process {
+class CancelationToken;
+}
+
 // A file the host wants to read: a local path, or the bytes a TCP server
 // sends from `address`:`port`.
 //
@@ -116,6 +120,25 @@ struct FileInfo {
   // refused with std::system_error of std::errc::invalid_argument before
   // anything is opened.
   ORVAN_CORE_EXPORT std::unique_ptr<std::istream> makeStream(std::optional<int> mode) const;
+
+  // How makeStream(const StreamOptions&) opens and reads.
+  struct StreamOptions {
+    // The open mode of a local file, as for makeStream(mode).
+    std::optional<int> mode;
+    // A remote read fails once no byte has come for this long: the stream
+    // sets its bad state, or throws std::system_error of std::errc::timed_out
+    // when its exception mask asks for it. 0: no limit.
+    std::chrono::milliseconds idleTimeout{0};
+    // Cancelling it ends a blocked remote read within 100 ms (as above, with
+    // std::errc::operation_canceled), and a pending connection within
+    // 200 ms. Null: none. It must outlive the stream.
+    const Process::CancelationToken* token = nullptr;
+  };
+
+  // As makeStream(mode), with the bounds of `options` on a remote stream
+  // (a local file ignores them). Events, log lines and errors are those of
+  // makeStream(mode); the per-chunk line follows streamDiagnostics().
+  ORVAN_CORE_EXPORT std::unique_ptr<std::istream> makeStream(const StreamOptions& options) const;
 
   std::filesystem::path filename;
   std::string address;

@@ -91,13 +91,13 @@ const Process::CancelationToken* retryToken(const FileInfo& finfo)
   return policy != nullptr ? policy->token : nullptr;
 }
 
-// The limits of one connection attempt: the time left on the descriptor's
-// timer when it has a positive timeout, and the retry policy's token.
-Network::ConnectLimits attemptLimits(const FileInfo& finfo, const Utils::Timer<Clock>& timer,
-                                     const Process::CancelationToken* token)
+// The limits of one connection attempt and of the reads after it: the time
+// left on the descriptor's timer when it has a positive timeout, and those
+// of the host's options.
+Network::StreamLimits attemptLimits(const FileInfo& finfo, const Utils::Timer<Clock>& timer,
+                                    const Network::StreamLimits& options)
 {
-  Network::ConnectLimits limits;
-  limits.token = token;
+  Network::StreamLimits limits = options;
   if (finfo.timeout.count() > 0 && timer.delay && *timer.delay != Clock::duration::max()) {
     const Clock::duration left = *timer.delay - (Clock::now() - timer.start);
     limits.deadline = Timing::deadlineAfter(
@@ -122,21 +122,26 @@ void pauseUnlessCancelled(std::chrono::milliseconds pause, const Process::Cancel
 // server that drops connection requests) is given up when the descriptor's
 // timeout has run out or the policy's token is cancelled, and then fails as
 // any other.
-std::unique_ptr<std::istream> connectRemote(const FileInfo& finfo)
+std::unique_ptr<std::istream> connectRemote(const FileInfo& finfo, Network::StreamLimits options)
 {
   const std::string target = toString(finfo);
   // One timer across all attempts.
   const Utils::Timer<Clock> timer(clockDelay(finfo.timeout));
-  const Process::CancelationToken* token = retryToken(finfo);
+  if (options.token == nullptr) {
+    options.token = retryToken(finfo);
+  }
+  const Process::CancelationToken* token = options.token;
   for (;;) {
     reportEvent(Logging::LoggingType::Info, Event::CONNECTING, "Connecting to: '" + target + "'...");
     try {
       auto stream = std::make_unique<Network::basic_instream<char>>(finfo.address.c_str(), finfo.port,
-                                                                     attemptLimits(finfo, timer, token));
+                                                                     attemptLimits(finfo, timer, options));
       reportEvent(Logging::LoggingType::Info, Event::CONNECTED, "Connected to: '" + target + "'.");
       return stream;
     } catch (const std::system_error& error) {
-      if (finfo.retry != nullptr && (*finfo.retry)(finfo, timer)) {
+      // The policy decides, but no attempt follows a cancellation of the
+      // host's token, which the policy may not know of.
+      if (finfo.retry != nullptr && (*finfo.retry)(finfo, timer) && !Process::isCancelRequested(token)) {
         pauseUnlessCancelled(RETRY_PAUSE, token);
         continue;
       }
@@ -146,19 +151,33 @@ std::unique_ptr<std::istream> connectRemote(const FileInfo& finfo)
   }
 }
 
+std::unique_ptr<std::istream> openStream(const FileInfo& finfo, std::optional<int> mode,
+                                         const Network::StreamLimits& limits)
+{
+  std::stringstream opening;
+  opening << "Opening '" << finfo << "'" << '\n';
+  Logging::logMessage(Logging::LoggingType::Info, opening.str());
+
+  refuseTruncatedNames(finfo);
+  if (!finfo.isRemote()) {
+    return openLocal(finfo, mode);
+  }
+  return connectRemote(finfo, limits);
+}
+
 } // namespace
 
 std::unique_ptr<std::istream> FileInfo::makeStream(std::optional<int> mode) const
 {
-  std::stringstream opening;
-  opening << "Opening '" << *this << "'" << '\n';
-  Logging::logMessage(Logging::LoggingType::Info, opening.str());
+  return openStream(*this, mode, {});
+}
 
-  refuseTruncatedNames(*this);
-  if (!isRemote()) {
-    return openLocal(*this, mode);
-  }
-  return connectRemote(*this);
+std::unique_ptr<std::istream> FileInfo::makeStream(const StreamOptions& options) const
+{
+  Network::StreamLimits limits;
+  limits.idleTimeout = std::max(options.idleTimeout, std::chrono::milliseconds(0));
+  limits.token = options.token;
+  return openStream(*this, options.mode, limits);
 }
 
 } // namespace Orvan::Core

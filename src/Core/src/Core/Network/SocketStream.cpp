@@ -1,6 +1,10 @@
 #include "Network/SocketStream.h"
 
+#include <Core/Logging/LoggingCallbackPrivate.h>
 #include <Core/Process/CancelationToken.h>
+#include <Core/StreamDiagnostics.h>
+
+#include "Timing/Deadline.h"
 
 #include <algorithm>
 #include <cstring>
@@ -34,7 +38,7 @@ void writeWhole(std::ostream& stream, const std::string& text)
 
 // Waits for a pending connection within `limits`: Connected, Failed with the
 // socket error set, or Failed with `code` set when the connection is given up.
-Platform::ConnectProgress awaitWithin(Platform::SocketHandle socket, const ConnectLimits& limits, int& code)
+Platform::ConnectProgress awaitWithin(Platform::SocketHandle socket, const StreamLimits& limits, int& code)
 {
   using Clock = std::chrono::steady_clock;
   for (;;) {
@@ -63,10 +67,16 @@ Platform::ConnectProgress awaitWithin(Platform::SocketHandle socket, const Conne
   }
 }
 
-// Writes "<text>, error #<code>: <description>" to standard error, the
-// description padded with NULs to its full field, and throws the
-// std::system_error for `code` whose text stops where the description ends.
-[[noreturn]] void reportSocketError(int code, const char* text)
+std::string endpoint(const std::string& address, std::uint16_t port)
+{
+  return address + ":" + std::to_string(port);
+}
+
+// Reports the socket error `code` as the diagnostics setting says, and
+// throws the std::system_error for it, whose text is "<text>, error #<code>:
+// <description>". On the console, the description is padded with NULs to
+// its full field.
+[[noreturn]] void reportSocketError(int code, const char* text, const std::string& address, std::uint16_t port)
 {
   char description[DESCRIPTION_FIELD + 1] = {};
   Platform::describeError(code, description, sizeof description);
@@ -76,29 +86,39 @@ Platform::ConnectProgress awaitWithin(Platform::SocketHandle socket, const Conne
   message += ", error #";
   message += std::to_string(code);
   message += ": ";
-  message.append(description, DESCRIPTION_FIELD);
-
-  writeWhole(std::cerr, message + '\n');
-  throw std::system_error(code, std::system_category(), message.c_str());
+  switch (Core::streamDiagnostics()) {
+  case Core::StreamDiagnostics::Console:
+    writeWhole(std::cerr, message + std::string(description, DESCRIPTION_FIELD) + '\n');
+    break;
+  case Core::StreamDiagnostics::Log:
+    Core::Logging::logMessage(Core::Logging::LoggingType::Error, std::string(text), " (", endpoint(address, port),
+                              "), error #", code, ": ", description);
+    break;
+  case Core::StreamDiagnostics::Silent:
+    break;
+  }
+  message += description;
+  throw std::system_error(code, std::system_category(), message);
 }
 
 // Reads the last socket error, stores it in errno and reports it.
-[[noreturn]] void reportLastSocketError(const char* text)
+[[noreturn]] void reportLastSocketError(const char* text, const std::string& address, std::uint16_t port)
 {
   const int code = Platform::lastSocketError();
   Platform::setRuntimeErrno(code);
-  reportSocketError(code, text);
+  reportSocketError(code, text, address, port);
 }
 
 } // namespace
 
 template<class CharT, class Traits, std::size_t BUFFER_SIZE>
 basic_netbuf<CharT, Traits, BUFFER_SIZE>::basic_netbuf(const char* address, unsigned short port,
-                                                       const ConnectLimits& limits)
+                                                       const StreamLimits& limits)
     : std::basic_streambuf<CharT, Traits>()
     , address(address)
     , port(port)
     , socket(Platform::INVALID_SOCKET_HANDLE)
+    , limits(limits)
 {
   const int started = Platform::startupSockets();
   if (started != 0) {
@@ -120,7 +140,7 @@ basic_netbuf<CharT, Traits, BUFFER_SIZE>::basic_netbuf(const char* address, unsi
     Platform::setRuntimeErrno(code);
     Platform::freeAddresses(addresses);
     Platform::cleanupSockets();
-    reportSocketError(code, "Invalid socket");
+    reportSocketError(code, "Invalid socket", this->address, port);
   }
 
   // A connection that can be made at once is made, whatever the limits; one
@@ -136,7 +156,7 @@ basic_netbuf<CharT, Traits, BUFFER_SIZE>::basic_netbuf(const char* address, unsi
     socket = Platform::INVALID_SOCKET_HANDLE;
     Platform::freeAddresses(addresses);
     Platform::cleanupSockets();
-    reportSocketError(code, "Failed to connect to server.");
+    reportSocketError(code, "Failed to connect to server.", this->address, port);
   }
 
   Platform::freeAddresses(addresses);
@@ -152,18 +172,65 @@ basic_netbuf<CharT, Traits, BUFFER_SIZE>::~basic_netbuf()
 }
 
 template<class CharT, class Traits, std::size_t BUFFER_SIZE>
+void basic_netbuf<CharT, Traits, BUFFER_SIZE>::awaitData()
+{
+  using Clock = std::chrono::steady_clock;
+  const bool idleLimit = limits.idleTimeout.count() > 0;
+  const Clock::time_point idleEnd = idleLimit ? Core::Timing::deadlineAfter(limits.idleTimeout) : Clock::time_point::max();
+  for (;;) {
+    if (Core::Process::isCancelRequested(limits.token)) {
+      throw std::system_error(std::make_error_code(std::errc::operation_canceled),
+                              "Reading from " + endpoint(address, port) + " was cancelled");
+    }
+    std::chrono::milliseconds wait(-1);
+    if (idleLimit) {
+      const Clock::time_point now = Clock::now();
+      if (now >= idleEnd) {
+        throw std::system_error(std::make_error_code(std::errc::timed_out),
+                                "No data from " + endpoint(address, port) + " for " +
+                                    std::to_string(limits.idleTimeout.count()) + " ms");
+      }
+      wait = std::chrono::ceil<std::chrono::milliseconds>(idleEnd - now);
+    }
+    if (limits.token != nullptr) {
+      wait = wait.count() < 0 ? CANCEL_CHECK_PERIOD : std::min(wait, CANCEL_CHECK_PERIOD);
+    }
+    const int ready = Platform::waitReadable(socket, wait);
+    if (ready > 0) {
+      return;
+    }
+    if (ready < 0) {
+      reportLastSocketError("Failed to read data on socket", address, port);
+    }
+  }
+}
+
+template<class CharT, class Traits, std::size_t BUFFER_SIZE>
 typename Traits::int_type basic_netbuf<CharT, Traits, BUFFER_SIZE>::underflow()
 {
+  if (limits.token != nullptr || limits.idleTimeout.count() > 0) {
+    awaitData();
+  }
   const long long received = Platform::receive(socket, reinterpret_cast<char*>(buffer), sizeof buffer);
   if (received < 0) {
-    reportLastSocketError("Failed to read data on socket");
+    reportLastSocketError("Failed to read data on socket", address, port);
   }
   if (received == 0) {
     return std::basic_streambuf<CharT, Traits>::underflow();
   }
-  std::ostringstream line;
-  line << static_cast<const void*>(this) << "\tRead: " << received << "b.\n";
-  writeWhole(std::cout, line.str());
+  switch (Core::streamDiagnostics()) {
+  case Core::StreamDiagnostics::Console: {
+    std::ostringstream line;
+    line << static_cast<const void*>(this) << "\tRead: " << received << "b.\n";
+    writeWhole(std::cout, line.str());
+    break;
+  }
+  case Core::StreamDiagnostics::Log:
+    Core::Logging::logMessage(Core::Logging::LoggingType::Debug, "Read: ", received, " b. from ", endpoint(address, port));
+    break;
+  case Core::StreamDiagnostics::Silent:
+    break;
+  }
   const std::size_t count = static_cast<std::size_t>(received) / sizeof(CharT);
   this->setg(buffer, buffer, buffer + count);
   return Traits::to_int_type(buffer[0]);
@@ -171,7 +238,7 @@ typename Traits::int_type basic_netbuf<CharT, Traits, BUFFER_SIZE>::underflow()
 
 template<class CharT, class Traits>
 basic_instream<CharT, Traits>::basic_instream(const char* address, unsigned short port,
-                                              const ConnectLimits& limits)
+                                              const StreamLimits& limits)
     : std::basic_istream<CharT, Traits>(nullptr)
     , buffer(address, port, limits)
 {

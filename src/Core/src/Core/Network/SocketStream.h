@@ -21,12 +21,16 @@ namespace Orvan::Network {
 
 inline constexpr std::size_t NETBUF_SIZE = 1048576;
 
-// How long a connection may take: until `deadline` (none: as long as the
-// system tries), and until `token` is cancelled (null: never). A connection
-// given up fails as any other, with the socket layer's "timed out" or
-// "cancelled" code.
-struct ConnectLimits {
+// What bounds a stream: connecting ends at `deadline` (the largest time
+// point: as long as the system tries); a read fails once no byte has come
+// for `idleTimeout` (0: never); and `token` (null: none) ends a pending
+// connection or a blocked read. A connection given up fails as any other,
+// with the socket layer's "timed out" or "cancelled" code; a read given up
+// throws std::system_error of std::errc::timed_out or
+// std::errc::operation_canceled.
+struct StreamLimits {
   std::chrono::steady_clock::time_point deadline = std::chrono::steady_clock::time_point::max();
+  std::chrono::milliseconds idleTimeout{0};
   const Core::Process::CancelationToken* token = nullptr;
 };
 
@@ -40,27 +44,33 @@ struct ConnectLimits {
 template<class CharT, class Traits = std::char_traits<CharT>, std::size_t BUFFER_SIZE = NETBUF_SIZE>
 class basic_netbuf : public std::basic_streambuf<CharT, Traits> {
 public:
-  // Connects to `address` (a host name or numeric IPv4 address) and `port`.
-  // Throws std::runtime_error when the socket layer cannot start or the name
-  // cannot be resolved, and std::system_error (whose message also goes to
-  // standard error) when the socket cannot be created or connected.
-  basic_netbuf(const char* address, unsigned short port, const ConnectLimits& limits = {});
+  // Connects to `address` (a host name or numeric IPv4 address) and `port`
+  // within `limits`. Throws std::runtime_error when the socket layer cannot
+  // start or the name cannot be resolved, and std::system_error (whose
+  // message is also reported as streamDiagnostics() says) when the socket
+  // cannot be created or connected.
+  basic_netbuf(const char* address, unsigned short port, const StreamLimits& limits = {});
   basic_netbuf(const basic_netbuf&) = delete;
   basic_netbuf& operator=(const basic_netbuf&) = delete;
   ~basic_netbuf() override;
 
 protected:
-  // Receives the next chunk, writing "<this>\tRead: <n>b." to standard
-  // output in one call, without touching the stream's formatting flags; end-of-file once the server has closed the connection. A failed
+  // Receives the next chunk, reporting it as streamDiagnostics() says (on
+  // the console: "<this>\tRead: <n>b." to standard output in one call,
+  // without touching the stream's formatting flags); end-of-file once the server has closed the connection. A failed
   // receive throws std::system_error (the stream turns it into its error
   // state or rethrows it, according to its exception mask).
   typename Traits::int_type underflow() override;
 
 private:
+  // Waits for data within the limits, or throws.
+  void awaitData();
+
   CharT buffer[BUFFER_SIZE];
   std::string address;
   std::uint16_t port;
   Core::Platform::SocketHandle socket;
+  StreamLimits limits;
 };
 
 // An input stream reading from its own basic_netbuf: constructing it
@@ -68,7 +78,7 @@ private:
 template<class CharT, class Traits = std::char_traits<CharT>>
 class basic_instream : public std::basic_istream<CharT, Traits> {
 public:
-  basic_instream(const char* address, unsigned short port, const ConnectLimits& limits = {});
+  basic_instream(const char* address, unsigned short port, const StreamLimits& limits = {});
   basic_instream(const basic_instream&) = delete;
   basic_instream& operator=(const basic_instream&) = delete;
   ~basic_instream() override;

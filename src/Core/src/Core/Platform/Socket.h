@@ -42,6 +42,11 @@ ConnectProgress awaitConnection(SocketHandle socket, std::chrono::milliseconds w
 extern const int CONNECT_TIMED_OUT;
 extern const int CONNECT_CANCELLED;
 
+// Waits at most `wait` (negative: without limit) for the socket to have
+// data, an end or an error to read: 1 when it has, 0 when the wait ran out
+// (or a signal ended it), -1 on failure.
+int waitReadable(SocketHandle socket, std::chrono::milliseconds wait);
+
 // The number of bytes received, 0 when the peer has closed the connection
 // in order, negative on failure.
 long long receive(SocketHandle socket, char* buffer, std::size_t size);
