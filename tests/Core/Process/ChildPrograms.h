@@ -18,6 +18,10 @@ std::string runningFor(std::chrono::milliseconds duration);
 // that directory.
 std::string writingItsDirectoryTo(const std::string& fileName);
 
+// The path of the tests' own child program (ExecuteChild.cpp), built beside
+// the test program.
+std::string testChild();
+
 // A program name that the system's search does not find.
 std::string missing();
 

@@ -1,0 +1,66 @@
+#pragma once
+
+#include <chrono>
+#include <cstddef>
+#include <functional>
+#include <map>
+#include <memory>
+#include <string>
+#include <system_error>
+#include <vector>
+
+// A started program with its group of processes and its pipes: a process
+// group and pidfd or waitpid on POSIX, a job object on Windows.
+namespace Orvan::Core::Platform {
+
+enum class ChildStream { Inherit, Discard, Capture };
+
+struct ChildSpec {
+  std::vector<std::string> arguments;
+  std::string workingDirectory;
+  std::map<std::string, std::string> environment;
+  ChildStream input = ChildStream::Inherit;
+  ChildStream output = ChildStream::Inherit;
+  ChildStream error = ChildStream::Inherit;
+};
+
+// Which captured stream some bytes come from.
+enum class CapturedStream { Output, Error };
+
+struct ChildEnd {
+  bool signalled = false;
+  int code = 0;   // the exit code, when not signalled
+  int signal = 0; // the signal that ended it
+};
+
+class Child {
+public:
+  using Sink = std::function<void(CapturedStream, const char*, std::size_t)>;
+
+  // Starts the program; on failure returns the system's reason and leaves
+  // `child` null.
+  static std::error_code start(const ChildSpec& spec, std::unique_ptr<Child>& child);
+
+  // Kills whatever of the group is left and reaps the program.
+  virtual ~Child() = default;
+
+  // Waits at most `wait` for bytes on the captured pipes or for the program
+  // to end, handing every byte read to `sink`. True once the program has
+  // ended (and is reaped) and every captured pipe is at its end.
+  virtual bool pump(std::chrono::milliseconds wait, const Sink& sink) = 0;
+
+  // Asks every process of the group to end (SIGTERM); Windows ends the job.
+  virtual void askToEnd() = 0;
+  // Ends every process of the group at once.
+  virtual void kill() = 0;
+  // True when no process of the group is left.
+  virtual bool groupEnded() = 0;
+
+  // How the program ended; meaningful once pump has returned true.
+  virtual ChildEnd end() const = 0;
+
+protected:
+  Child() = default;
+};
+
+} // namespace Orvan::Core::Platform

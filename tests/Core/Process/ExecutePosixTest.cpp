@@ -1,0 +1,144 @@
+// What only POSIX systems show of execute: signals, process groups, and the
+// descriptors, threads and children left behind.
+#include <Core/Process/CancelationToken.h>
+#include <Core/Process/Execute.h>
+#include <TemporaryDirectory.h>
+#include <WaitFor.h>
+
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <chrono>
+#include <csignal>
+#include <filesystem>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+using Orvan::Core::Process::CancelationToken;
+using Orvan::Core::Process::execute;
+using Orvan::Core::Process::ExecuteOptions;
+using Orvan::Core::Process::ExecuteResult;
+using Orvan::Core::Process::StreamMode;
+using Orvan::Testing::TemporaryDirectory;
+using Outcome = ExecuteResult::Outcome;
+using namespace std::chrono_literals;
+
+namespace {
+
+ExecuteOptions shell(const std::string& script)
+{
+  ExecuteOptions options;
+  options.arguments = {"sh", "-c", script};
+  options.standardOutput = StreamMode::Capture;
+  options.standardError = StreamMode::Capture;
+  return options;
+}
+
+std::size_t entriesOf(const char* directory)
+{
+  std::size_t count = 0;
+  for ([[maybe_unused]] const auto& entry : std::filesystem::directory_iterator(directory)) {
+    ++count;
+  }
+  return count;
+}
+
+bool hasNoChild()
+{
+  siginfo_t information{};
+  return ::waitid(P_ALL, 0, &information, WEXITED | WNOHANG | WNOWAIT) == -1 && errno == ECHILD;
+}
+
+bool groupIsGone(pid_t group)
+{
+  return ::kill(-group, 0) != 0 && errno == ESRCH;
+}
+
+// Runs `script` (which prints its process id first) and cancels it once
+// its first line is out; returns the result and the group's id.
+ExecuteResult cancelWhenStarted(const std::string& script, std::chrono::milliseconds grace, pid_t& group)
+{
+  CancelationToken token;
+  ExecuteOptions options = shell(script);
+  options.token = &token;
+  options.gracePeriod = grace;
+  std::thread canceller([&token] {
+    std::this_thread::sleep_for(500ms);
+    token.requestCancel();
+  });
+  ExecuteResult result = execute(options);
+  canceller.join();
+  group = static_cast<pid_t>(std::atol(result.standardOutput.c_str()));
+  return result;
+}
+
+} // namespace
+
+TEST(ExecutePosix, AProgramEndedByASignalSaysWhich)
+{
+  const ExecuteResult result = execute(shell("kill -9 $$"));
+  EXPECT_EQ(result.outcome, Outcome::Signalled);
+  EXPECT_EQ(result.signal, SIGKILL);
+}
+
+TEST(ExecutePosix, AProgramThatIsNotExecutableDoesNotStartAndSaysWhy)
+{
+  TemporaryDirectory directory;
+  const auto path = directory / "not-executable";
+  Orvan::Testing::writeFile(path, "#!/bin/sh\nexit 0\n");
+  ::chmod(path.c_str(), 0644);
+  ExecuteOptions options;
+  options.arguments = {path.string()};
+  const ExecuteResult result = execute(options);
+  EXPECT_EQ(result.outcome, Outcome::NotStarted);
+  EXPECT_EQ(result.error, std::make_error_code(std::errc::permission_denied)) << result.error.message();
+}
+
+TEST(ExecutePosix, ACancellationEndsEveryProcessOfTheGroup)
+{
+  pid_t group = 0;
+  const ExecuteResult result = cancelWhenStarted("echo $$; sleep 60 & sleep 60 & wait", 5s, group);
+  EXPECT_EQ(result.outcome, Outcome::Cancelled);
+  ASSERT_GT(group, 0) << result.standardOutput;
+  EXPECT_TRUE(groupIsGone(group));
+  EXPECT_LT(result.elapsed, 5s) << "the processes ended when asked, before the grace period was over";
+  EXPECT_TRUE(hasNoChild());
+}
+
+TEST(ExecutePosix, AProcessThatIgnoresTermIsKilledAfterTheGracePeriod)
+{
+  pid_t group = 0;
+  const ExecuteResult result =
+      cancelWhenStarted("echo $$; sh -c 'trap \"\" TERM; while :; do sleep 0.05; done' & wait", 700ms, group);
+  EXPECT_EQ(result.outcome, Outcome::Cancelled);
+  ASSERT_GT(group, 0) << result.standardOutput;
+  EXPECT_TRUE(groupIsGone(group));
+  EXPECT_GE(result.elapsed, 1200ms) << "500 ms to the cancellation, then the grace period";
+  EXPECT_TRUE(hasNoChild());
+}
+
+TEST(ExecutePosix, TheProgramInheritsOnlyTheStandardDescriptors)
+{
+  const ExecuteResult result = execute(shell("ls /proc/$$/fd"));
+  EXPECT_EQ(result.standardOutput, "0\n1\n2\n");
+}
+
+TEST(ExecutePosix, AThousandRunsLeaveNoDescriptorThreadOrChild)
+{
+  const std::size_t descriptors = entriesOf("/proc/self/fd");
+  const std::size_t threads = entriesOf("/proc/self/task");
+  for (int run = 0; run < 1000; ++run) {
+    const ExecuteResult result = execute(shell("echo out; echo err >&2"));
+    ASSERT_EQ(result.outcome, Outcome::Exited);
+    ASSERT_EQ(result.standardOutput, "out\n");
+    ASSERT_EQ(result.standardError, "err\n");
+  }
+  EXPECT_EQ(entriesOf("/proc/self/fd"), descriptors);
+  EXPECT_EQ(entriesOf("/proc/self/task"), threads);
+  EXPECT_TRUE(hasNoChild());
+}
