@@ -378,15 +378,15 @@ TEST(OrvanRun, TimeoutTerminatesTheProgram)
 
 TEST(OrvanRun, CtrlCTerminatesTheProgram)
 {
-  ToolProcess run(toolPath(), {"run", "-v", "--", "sleep", "60"});
-  ASSERT_TRUE(run.waitForError("CreateProcess successful. Process ID "));
+  ToolProcess run(toolPath(), {"run", "--", "sh", "-c", "echo started $$ >&2; exec sleep 60"});
+  ASSERT_TRUE(run.waitForError("started "));
   std::smatch match;
-  const std::string log = run.error();
-  ASSERT_TRUE(std::regex_search(log, match, std::regex("Process ID ([0-9]+)")));
+  const std::string error = run.error();
+  ASSERT_TRUE(std::regex_search(error, match, std::regex("started ([0-9]+)")));
   const pid_t child = std::stoi(match[1]);
   run.signal(SIGINT);
   EXPECT_EQ(run.wait(), 130) << run.error();
-  EXPECT_NE(run.error().find("TerminateProcess called with success"), std::string::npos) << run.error();
+  EXPECT_NE(run.error().find("cancelled; 'sh' was terminated"), std::string::npos) << run.error();
   // Terminated and reaped: the process is gone.
   EXPECT_NE(::kill(child, 0), 0);
 }
@@ -395,7 +395,13 @@ TEST(OrvanRun, MissingProgram)
 {
   const ToolResult result = runTool({"run", "--", "/nonexistent/program"});
   EXPECT_EQ(result.code, 127);
-  EXPECT_NE(result.error.find("cannot start '/nonexistent/program'"), std::string::npos) << result.error;
+  EXPECT_NE(result.error.find("cannot start '/nonexistent/program': No such file or directory"), std::string::npos)
+      << result.error;
+}
+
+TEST(OrvanRun, AProgramEndedByASignalGives128PlusTheSignal)
+{
+  EXPECT_EQ(runTool({"run", "--", "sh", "-c", "kill -TERM $$"}).code, 128 + SIGTERM);
 }
 
 // memory.

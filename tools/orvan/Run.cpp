@@ -2,14 +2,10 @@
 #include "Console.h"
 #include "ToolLogging.h"
 
-#include <Core/Process/System.h>
+#include <Core/Process/Execute.h>
 #include <Utils/FileHelper.h>
 
-#include <atomic>
 #include <chrono>
-#include <condition_variable>
-#include <mutex>
-#include <thread>
 
 namespace Orvan::Tool {
 
@@ -18,9 +14,9 @@ namespace {
 const char* const RUN_HELP =
     "Usage: orvan run [options] [--] PROGRAM [ARGUMENTS...]\n"
     "\n"
-    "Runs PROGRAM with the library's process runner and exits with its exit code.\n"
-    "The words are quoted into one command line that the runner splits back into\n"
-    "the same words; nothing is expanded and no shell is involved.\n"
+    "Runs PROGRAM and exits with its exit code (128 + N when signal N ended it).\n"
+    "The words reach PROGRAM as they stand: nothing is expanded and no shell is\n"
+    "involved.\n"
     "\n"
     "Options:\n"
     "  --cwd DIR             run PROGRAM in DIR\n"
@@ -28,14 +24,12 @@ const char* const RUN_HELP =
     "{log-options}"
     "  -h, --help            show this help\n"
     "\n"
-    "Ctrl-C or the timeout terminates PROGRAM; orvan then exits with code 130.\n"
+    "Ctrl-C or the timeout terminates PROGRAM and every process it started; orvan\n"
+    "then exits with code 130.\n"
     "A program that cannot be started gives exit code 127.\n"
     "\n"
     "Example:\n"
     "  orvan run --timeout 60 -- tar xf data.tar\n";
-
-// The runner reports a program that could not be started only in its log.
-constexpr const char* START_FAILURE = "CreateProcess : Cannot initialize process";
 
 constexpr int EXIT_NOT_STARTED = 127;
 
@@ -81,54 +75,36 @@ int runCommand(Arguments& arguments)
   if (words.empty()) {
     throw UsageError("missing PROGRAM");
   }
-  const std::string command = Platform::quoteCommandLine(words);
-
   CtrlC ctrlC;
   LogSession session(logOptions, Verbosity::Normal);
-  std::atomic<bool> startFailed{false};
-  session.logger().setListener([&startFailed](Core::Logging::LoggingType, const std::string& message) {
-    if (message.rfind(START_FAILURE, 0) == 0) {
-      startFailed = true;
-    }
-  });
-
-  // The timeout is one more reason to cancel.
-  std::mutex mutex;
-  std::condition_variable finished;
-  bool done = false;
-  std::atomic<bool> timedOut{false};
-  std::thread timer;
+  Core::Process::ExecuteOptions options;
+  options.arguments = words;
+  options.workingDirectory = workingDirectory;
+  options.token = &ctrlC.token;
   if (timeout) {
-    timer = std::thread([&] {
-      std::unique_lock<std::mutex> lock(mutex);
-      if (!finished.wait_for(lock, std::chrono::seconds(*timeout), [&] { return done; })) {
-        timedOut = true;
-        ctrlC.token.requestCancel();
-      }
-    });
+    options.timeLimit = std::chrono::seconds(*timeout);
   }
+  const Core::Process::ExecuteResult result = Core::Process::execute(options);
 
-  const std::optional<unsigned long long> code = Core::System::run(command, workingDirectory, &ctrlC.token);
-
-  if (timer.joinable()) {
-    {
-      std::lock_guard<std::mutex> lock(mutex);
-      done = true;
-    }
-    finished.notify_all();
-    timer.join();
-  }
-  if (!code) {
-    Console::instance().message(timedOut ? "orvan run: '" + words.front() + "' timed out after "
-                                               + std::to_string(*timeout) + " s and was terminated"
-                                         : "orvan run: cancelled; '" + words.front() + "' was terminated");
-    return EXIT_CANCELLED;
-  }
-  if (startFailed) {
-    Console::instance().message("orvan run: cannot start '" + words.front() + "'");
+  using Outcome = Core::Process::ExecuteResult::Outcome;
+  switch (result.outcome) {
+  case Outcome::NotStarted:
+    Console::instance().message("orvan run: cannot start '" + words.front() + "': " + result.error.message());
     return EXIT_NOT_STARTED;
+  case Outcome::TimedOut:
+    Console::instance().message("orvan run: '" + words.front() + "' timed out after " + std::to_string(*timeout)
+                                + " s and was terminated");
+    return EXIT_CANCELLED;
+  case Outcome::Cancelled:
+    Console::instance().message("orvan run: cancelled; '" + words.front() + "' was terminated");
+    return EXIT_CANCELLED;
+  case Outcome::Signalled:
+    // As the shells report a program ended by a signal.
+    return 128 + result.signal;
+  case Outcome::Exited:
+    break;
   }
-  return static_cast<int>(*code);
+  return result.exitCode;
 }
 
 } // namespace Orvan::Tool
