@@ -65,6 +65,16 @@ endforeach()
 
 run(COMMAND ${WORK_DIR}/examples/run-program/run_program_example 5 "sh -c 'exit 0'")
 
+file(WRITE ${WORK_DIR}/example-input.txt "twelve bytes")
+run(COMMAND ${WORK_DIR}/examples/host-api/host_api_example ${WORK_DIR}/example-input.txt sh -c "echo hello"
+    OUTPUT output)
+foreach(expected "read 12 bytes from" "sh exited with 0 after" "hello" "[MEMORY] Virtual: ")
+  string(FIND "${output}" "${expected}" found)
+  if(found EQUAL -1)
+    message(FATAL_ERROR "the host API example did not print '${expected}':\n${output}")
+  endif()
+endforeach()
+
 function(expect_output text expected what)
   string(FIND "${text}" "${expected}" found)
   if(found EQUAL -1)
