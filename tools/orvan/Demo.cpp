@@ -1,9 +1,9 @@
 #include "Commands.h"
 #include "Console.h"
 #include "Fetch.h"
-#include "Serve.h"
 #include "ToolLogging.h"
 
+#include <Core/FileServer.h>
 #include <Core/Logging/LoggingCallback.h>
 #include <Core/Logging/WorkflowLogger.h>
 #include <Core/Process/System.h>
@@ -182,14 +182,13 @@ int demoCommand(Arguments& arguments)
       steps.report("generate the test file", generated, formatBytes(size));
     }
 
-    std::optional<FileServer> server;
-    Core::Process::CancelationToken serverToken;
-    std::thread serverThread;
+    std::optional<Core::FileServer> server;
     if (generated && !ctrlC.token.isCancelRequested()) {
       Logging::WorkflowLogger step("Serve the test file", false);
       try {
-        server.emplace(source, "127.0.0.1", 0, 8);
-        serverThread = std::thread([&] { server->run(serverToken); });
+        Core::FileServer::Options options;
+        options.maxClients = 8;
+        server.emplace(source, options);
         steps.report("serve it on a free loopback port", true, "127.0.0.1:" + std::to_string(server->port()));
       } catch (const std::exception& error) {
         steps.report("serve it on a free loopback port", false, error.what());
@@ -254,9 +253,8 @@ int demoCommand(Arguments& arguments)
                         : "terminated after " + formatSeconds(seconds));
     }
 
-    if (serverThread.joinable()) {
-      serverToken.requestCancel();
-      serverThread.join();
+    if (server) {
+      server->stop();
     }
     server.reset();
     if (!keep) {

@@ -50,44 +50,4 @@ std::string quoteCommandLine(const std::vector<std::string>& words);
 // The running program's own file.
 std::filesystem::path executablePath();
 
-// One accepted TCP client; closing happens on destruction.
-class Connection {
-public:
-  Connection(std::intptr_t socket, std::string peer);
-  ~Connection();
-  Connection(const Connection&) = delete;
-  Connection& operator=(const Connection&) = delete;
-
-  // "address:port" of the client.
-  const std::string& peer() const { return peerText; }
-
-  // Sends every byte; false when the client has gone away.
-  bool sendAll(const char* data, std::size_t size);
-
-private:
-  std::intptr_t socket;
-  std::string peerText;
-};
-
-// A TCP socket listening on an IPv4 address.
-class Listener {
-public:
-  // Binds `address` and `port` (0: a free port chosen by the system) and
-  // listens. Throws std::system_error when that fails, std::runtime_error
-  // when the address is not a numeric IPv4 address.
-  Listener(const std::string& address, std::uint16_t port);
-  ~Listener();
-  Listener(const Listener&) = delete;
-  Listener& operator=(const Listener&) = delete;
-
-  std::uint16_t port() const { return boundPort; }
-
-  // Waits at most `timeout` for a client; null when none came.
-  std::unique_ptr<Connection> accept(std::chrono::milliseconds timeout);
-
-private:
-  std::intptr_t socket;
-  std::uint16_t boundPort = 0;
-};
-
 } // namespace Orvan::Tool::Platform

@@ -1,120 +1,20 @@
-#include "Serve.h"
-
 #include "Commands.h"
 #include "Console.h"
 #include "ToolLogging.h"
 
+#include <Core/FileServer.h>
 #include <Core/Logging/LoggingCallback.h>
-#include <Utils/Chronometer.h>
 #include <Utils/FileHelper.h>
 
+#include <chrono>
 #include <fstream>
-#include <vector>
+#include <optional>
+#include <thread>
 
 namespace Orvan::Tool {
 
 namespace Logging = Core::Logging;
 using Utils::FileHelper::toString;
-
-namespace {
-
-constexpr std::size_t CHUNK = 256 * 1024;
-constexpr std::chrono::milliseconds POLL_PERIOD{100};
-
-} // namespace
-
-FileServer::FileServer(std::filesystem::path file, const std::string& address, std::uint16_t port,
-                       unsigned maxClients)
-    : file(std::move(file))
-    , maxClients(maxClients)
-    , listener(address, port)
-{
-}
-
-FileServer::~FileServer()
-{
-  for (Client& client : clients) {
-    if (client.thread.joinable()) {
-      client.thread.join();
-    }
-  }
-}
-
-void FileServer::run(const Core::Process::CancelationToken& token)
-{
-  while (!token.isCancelRequested()) {
-    {
-      std::unique_lock<std::mutex> lock(mutex);
-      // Reap the clients that are done.
-      for (auto client = clients.begin(); client != clients.end();) {
-        if (client->done) {
-          client->thread.join();
-          client = clients.erase(client);
-        } else {
-          ++client;
-        }
-      }
-      if (clients.size() >= maxClients) {
-        clientEnded.wait_for(lock, POLL_PERIOD);
-        continue;
-      }
-    }
-    std::unique_ptr<Platform::Connection> connection = listener.accept(POLL_PERIOD);
-    if (!connection) {
-      continue;
-    }
-    std::lock_guard<std::mutex> lock(mutex);
-    clients.emplace_back();
-    Client& client = clients.back();
-    client.thread = std::thread([this, &client, &token, connection = std::move(connection)]() mutable {
-      serve(*connection, token);
-      connection.reset();
-      std::lock_guard<std::mutex> lock(mutex);
-      client.done = true;
-      clientEnded.notify_all();
-    });
-  }
-  std::list<Client> left;
-  {
-    std::lock_guard<std::mutex> lock(mutex);
-    left.swap(clients);
-  }
-  for (Client& client : left) {
-    client.thread.join();
-  }
-}
-
-void FileServer::serve(Platform::Connection& connection, const Core::Process::CancelationToken& token)
-{
-  const Utils::Chronometer chronometer;
-  const std::string peer = "'" + connection.peer() + "'";
-  Logging::logInfo("Client " + peer + " connected");
-  std::ifstream input(file, std::ios::binary);
-  if (!input) {
-    Logging::logError("Cannot read '" + toString(file) + "' for client " + peer);
-    return;
-  }
-  std::vector<char> buffer(CHUNK);
-  std::uint64_t sent = 0;
-  while (input) {
-    if (token.isCancelRequested()) {
-      Logging::logWarning("Stopped sending to client " + peer + " after " + std::to_string(sent) + " bytes");
-      return;
-    }
-    input.read(buffer.data(), static_cast<std::streamsize>(buffer.size()));
-    const auto count = static_cast<std::size_t>(input.gcount());
-    if (count == 0) {
-      break;
-    }
-    if (!connection.sendAll(buffer.data(), count)) {
-      Logging::logWarning("Client " + peer + " went away after " + std::to_string(sent) + " bytes");
-      return;
-    }
-    sent += count;
-  }
-  ++served;
-  Logging::logInfo("Sent " + std::to_string(sent) + " bytes to client " + peer + " in " + chronometer.elapsedTimeAsStr());
-}
 
 namespace {
 
@@ -181,21 +81,29 @@ int serveCommand(Arguments& arguments)
 
   CtrlC ctrlC;
   LogSession session(logOptions, Verbosity::Chatty);
-  std::optional<FileServer> server;
+  std::optional<Core::FileServer> server;
   try {
-    server.emplace(file, address, port, maxClients);
+    Core::FileServer::Options options;
+    options.bindAddress = address;
+    options.port = port;
+    options.maxClients = maxClients;
+    server.emplace(file, options);
   } catch (const std::system_error& failure) {
+    if (failure.code() == std::errc::invalid_argument) {
+      throw UsageError(failure.what());
+    }
     Console::instance().message(std::string("orvan serve: ") + failure.what());
     return EXIT_FAILED;
-  } catch (const std::runtime_error& failure) {
-    throw UsageError(failure.what());
   }
   const std::string where = address + ":" + std::to_string(server->port());
   if (logOptions.verbosity != Verbosity::Quiet) {
     Console::instance().result("Serving '" + *fileText + "' (" + std::to_string(size) + " bytes) on " + where);
   }
   Logging::logInfo("Listening on " + where + " for '" + *fileText + "'");
-  server->run(ctrlC.token);
+  while (!ctrlC.token.isCancelRequested()) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+  }
+  server->stop();
   Logging::logInfo("Stopped after serving " + std::to_string(server->clientsServed()) + " clients");
   return EXIT_OK;
 }
