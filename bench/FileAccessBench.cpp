@@ -1,18 +1,23 @@
-// Reading a remote file through FileInfo::makeStream, set against a plain
-// recv loop with the same 1 MiB buffer on the same kind of loopback
-// connection, and parsing the descriptor's text form. Linux only, like every
+// Reading a remote file through FileInfo::makeStream (with and without
+// StreamOptions), set against a plain recv loop with the same 1 MiB buffer on
+// the same kind of loopback connection; serving a file with FileServer, set
+// against socat serving the same file to the same client; and parsing the
+// descriptor's text form. Linux only, like every
 // benchmark here: the server and the baseline use POSIX sockets.
 //
 // The transfer is 1 GiB; --transfer_mib=N makes it N MiB, for a quick run.
 #include "Comparison.h"
 
 #include <Core/FileInfo.h>
+#include <Core/FileServer.h>
 
 #include <arpa/inet.h>
 #include <fcntl.h>
 #include <netinet/in.h>
 #include <poll.h>
+#include <spawn.h>
 #include <sys/socket.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -20,12 +25,16 @@
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
+#include <fstream>
 #include <istream>
 #include <regex>
 #include <stdexcept>
 #include <string>
 #include <thread>
 #include <vector>
+
+extern char** environ;
 
 namespace {
 
@@ -139,30 +148,72 @@ double readThroughMakeStream(std::vector<char>& piece)
   return total == transfer ? seconds : -1;
 }
 
-// The baseline: connect, then recv into a 1 MiB buffer until the end.
-double readWithPlainRecv(std::vector<char>& buffer)
+// The same, through makeStream(StreamOptions) with an idle timeout, which
+// waits for each chunk before receiving it.
+double readThroughStreamOptions(std::vector<char>& piece)
 {
+  const FileInfo finfo(std::string("bench.bin@127.0.0.1:") + std::to_string(server().port));
+  QuietOutput quiet;
   const auto start = std::chrono::steady_clock::now();
-  const int socket = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  FileInfo::StreamOptions options;
+  options.idleTimeout = std::chrono::seconds(30);
+  const auto stream = finfo.makeStream(options);
+  std::size_t total = 0;
+  while (stream->read(piece.data(), static_cast<std::streamsize>(piece.size())) || stream->gcount() > 0) {
+    total += static_cast<std::size_t>(stream->gcount());
+  }
+  const double seconds = Seconds(std::chrono::steady_clock::now() - start).count();
+  return total == transfer ? seconds : -1;
+}
+
+// Connects to `port` on 127.0.0.1, retrying while nothing listens yet for up
+// to 10 s; -1 when it cannot.
+int connectTo(unsigned short port)
+{
   sockaddr_in address{};
   address.sin_family = AF_INET;
   address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  address.sin_port = htons(server().port);
+  address.sin_port = htons(port);
+  const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+  while (std::chrono::steady_clock::now() < end) {
+    const int socket = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    if (::connect(socket, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0) {
+      return socket;
+    }
+    ::close(socket);
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  }
+  return -1;
+}
+
+// The client of every baseline: connect, then recv into a 1 MiB buffer
+// until the end; the seconds it took, or a negative value on a short read.
+double receiveAll(unsigned short port, std::vector<char>& buffer, std::size_t expected)
+{
+  const int socket = connectTo(port);
+  const auto start = std::chrono::steady_clock::now();
   std::size_t total = 0;
-  if (::connect(socket, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0) {
+  if (socket >= 0) {
     for (ssize_t n; (n = ::recv(socket, buffer.data(), buffer.size(), 0)) > 0;) {
       total += static_cast<std::size_t>(n);
     }
+    ::close(socket);
   }
-  ::close(socket);
   const double seconds = Seconds(std::chrono::steady_clock::now() - start).count();
-  return total == transfer ? seconds : -1;
+  return total == expected ? seconds : -1;
+}
+
+// The baseline of the reads: a plain recv loop.
+double readWithPlainRecv(std::vector<char>& buffer)
+{
+  return receiveAll(server().port, buffer, transfer);
 }
 
 // Best of each, rounds alternating between the two, so that other load on a
 // shared machine hits both alike.
 struct SideBySide {
   double ours = 0;
+  double withOptions = 0;
   double plain = 0;
 };
 SideBySide best;
@@ -175,21 +226,99 @@ void RemoteReadSideBySide(benchmark::State& state)
     best = {};
     for (int round = 0; round < ROUNDS; ++round) {
       const double ours = readThroughMakeStream(piece);
+      const double withOptions = readThroughStreamOptions(piece);
       const double plain = readWithPlainRecv(piece);
-      if (ours < 0 || plain < 0) {
+      if (ours < 0 || withOptions < 0 || plain < 0) {
         state.SkipWithError("short transfer");
         return;
       }
       best.ours = round == 0 ? ours : std::min(best.ours, ours);
+      best.withOptions = round == 0 ? withOptions : std::min(best.withOptions, withOptions);
       best.plain = round == 0 ? plain : std::min(best.plain, plain);
     }
   }
   state.counters["makeStream_GBps"] = static_cast<double>(transfer) / best.ours / 1e9;
   state.counters["plain_recv_GBps"] = static_cast<double>(transfer) / best.plain / 1e9;
   state.counters["ratio"] = best.plain / best.ours;
+  state.counters["stream_options_GBps"] = static_cast<double>(transfer) / best.withOptions / 1e9;
   state.counters["transfer_MiB"] = static_cast<double>(transfer / MIB);
 }
 BENCHMARK(RemoteReadSideBySide)->Iterations(1)->UseRealTime()->Unit(benchmark::kMillisecond);
+
+// A file of `transfer` bytes to serve, written on first use and removed by
+// main.
+std::filesystem::path served;
+
+const std::filesystem::path& servedFile()
+{
+  if (served.empty()) {
+    served = std::filesystem::temp_directory_path() / ("orvan-bench-" + std::to_string(::getpid()) + ".bin");
+    std::ofstream output(served, std::ios::binary);
+    const std::vector<char> block(PIECE, 's');
+    for (std::size_t written = 0; written < transfer; written += PIECE) {
+      output.write(block.data(), static_cast<std::streamsize>(std::min(PIECE, transfer - written)));
+    }
+  }
+  return served;
+}
+
+// socat serving the file once on `port`; its process id, or -1.
+pid_t startSocat(unsigned short port)
+{
+  std::string source = "OPEN:" + servedFile().string() + ",rdonly";
+  std::string listen = "TCP-LISTEN:" + std::to_string(port) + ",bind=127.0.0.1,reuseaddr";
+  char program[] = "socat";
+  char unidirectional[] = "-u";
+  char* arguments[] = {program, unidirectional, source.data(), listen.data(), nullptr};
+  pid_t pid = -1;
+  return posix_spawnp(&pid, program, nullptr, nullptr, arguments, environ) == 0 ? pid : -1;
+}
+
+// A free port on 127.0.0.1, as the system picks it.
+unsigned short freePort()
+{
+  const int socket = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  socklen_t length = sizeof address;
+  ::bind(socket, reinterpret_cast<sockaddr*>(&address), sizeof address);
+  ::getsockname(socket, reinterpret_cast<sockaddr*>(&address), &length);
+  ::close(socket);
+  return ntohs(address.sin_port);
+}
+
+// FileServer and socat serving the same file to the same recv client, best
+// of 5 alternating rounds.
+void FileServerSideBySide(benchmark::State& state)
+{
+  std::vector<char> buffer(PIECE);
+  Orvan::Core::FileServer fileServer(servedFile());
+  double ours = 0;
+  double socat = 0;
+  for (auto _ : state) {
+    for (int round = 0; round < 5; ++round) {
+      const double served = receiveAll(fileServer.port(), buffer, transfer);
+      const unsigned short port = freePort();
+      const pid_t process = startSocat(port);
+      const double bySocat = process > 0 ? receiveAll(port, buffer, transfer) : -1;
+      int status = 0;
+      if (process > 0) {
+        ::waitpid(process, &status, 0);
+      }
+      if (served < 0 || bySocat < 0) {
+        state.SkipWithError(process > 0 ? "short transfer" : "socat cannot be started");
+        return;
+      }
+      ours = round == 0 ? served : std::min(ours, served);
+      socat = round == 0 ? bySocat : std::min(socat, bySocat);
+    }
+  }
+  state.counters["fileserver_GBps"] = static_cast<double>(transfer) / ours / 1e9;
+  state.counters["socat_GBps"] = static_cast<double>(transfer) / socat / 1e9;
+  state.counters["ratio"] = socat / ours;
+}
+BENCHMARK(FileServerSideBySide)->Iterations(1)->UseRealTime()->Unit(benchmark::kMillisecond);
 
 const char* const TEXT_FORM_PATTERN = "^((?:[A-Za-z]:)?[^@:]*)(?:@([^:]*):([0-9]+)(?:&timeout=([0-9]+))?)?$";
 
@@ -310,6 +439,10 @@ int main(int argc, char** argv)
   const int result = Orvan::Bench::runAndCompare(argc, argv, {{"ParseRemoteTextForm", "RegexMatchRemoteTextForm", 0},
                                                          {"ParseLocalTextForm", "RegexMatchLocalTextForm", 0},
                                                          {"RejectFourMiBOfAtSigns", "ThrowTheSameMessage", 1.5}});
+  if (!served.empty()) {
+    std::error_code ignored;
+    std::filesystem::remove(served, ignored);
+  }
   if (best.ours > 0 && best.plain > 0) {
     const double gigabytes = static_cast<double>(transfer) / 1e9;
     std::printf("\nremote read of %zu MiB, best of 5 alternating rounds: makeStream %.2f GB/s, plain recv %.2f GB/s, "
