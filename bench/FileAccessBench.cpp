@@ -10,6 +10,8 @@
 
 #include <Core/FileInfo.h>
 #include <Core/FileServer.h>
+#include <Core/Process/CancelationToken.h>
+#include <Core/StreamDiagnostics.h>
 
 #include <arpa/inet.h>
 #include <fcntl.h>
@@ -319,6 +321,112 @@ void FileServerSideBySide(benchmark::State& state)
   state.counters["ratio"] = socat / ours;
 }
 BENCHMARK(FileServerSideBySide)->Iterations(1)->UseRealTime()->Unit(benchmark::kMillisecond);
+
+// A listener on 127.0.0.1 that never accepts. Its first connection is
+// queued and then reads nothing; once `fill` more are queued, the system
+// drops further connection requests, which then hang.
+class SilentListener {
+public:
+  explicit SilentListener(bool fill)
+  {
+    listener = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t length = sizeof address;
+    ::bind(listener, reinterpret_cast<sockaddr*>(&address), sizeof address);
+    ::listen(listener, fill ? 0 : 128);
+    ::getsockname(listener, reinterpret_cast<sockaddr*>(&address), &length);
+    port = ntohs(address.sin_port);
+    for (int i = 0; fill && i < 64; ++i) {
+      const int client = ::socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
+      fillers.push_back(client);
+      if (::connect(client, reinterpret_cast<sockaddr*>(&address), length) == 0) {
+        continue;
+      }
+      pollfd watched{client, POLLOUT, 0};
+      if (::poll(&watched, 1, 300) == 0) {
+        break; // this one hangs: the queue is full
+      }
+    }
+  }
+  ~SilentListener()
+  {
+    for (const int client : fillers) {
+      ::close(client);
+    }
+    ::close(listener);
+  }
+  SilentListener(const SilentListener&) = delete;
+  SilentListener& operator=(const SilentListener&) = delete;
+
+  unsigned short port = 0;
+
+private:
+  int listener = -1;
+  std::vector<int> fillers;
+};
+
+// Milliseconds from a cancellation to the end of `wait`, which blocks until
+// the token is cancelled.
+template<class Wait>
+double cancellationLatency(Wait wait)
+{
+  Orvan::Core::Process::CancelationToken token;
+  std::chrono::steady_clock::time_point cancelled;
+  std::thread canceller([&] {
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    cancelled = std::chrono::steady_clock::now();
+    token.requestCancel();
+  });
+  wait(token);
+  const auto ended = std::chrono::steady_clock::now();
+  canceller.join();
+  return std::chrono::duration<double, std::milli>(ended - cancelled).count();
+}
+
+void keepMedianAndWorst(benchmark::State& state, const std::string& name, std::vector<double> latencies)
+{
+  std::sort(latencies.begin(), latencies.end());
+  state.counters[name + "_median_ms"] = latencies[latencies.size() / 2];
+  state.counters[name + "_worst_ms"] = latencies.back();
+}
+
+// A blocked read and a pending connection, each cancelled 100 times.
+void CancellationLatency(benchmark::State& state)
+{
+  std::vector<double> reads;
+  std::vector<double> connections;
+  for (auto _ : state) {
+    SilentListener silent(false);
+    const FileInfo quiet(std::string("bench.bin@127.0.0.1:") + std::to_string(silent.port));
+    for (int run = 0; run < 100; ++run) {
+      reads.push_back(cancellationLatency([&quiet](const Orvan::Core::Process::CancelationToken& token) {
+        FileInfo::StreamOptions options;
+        options.token = &token;
+        const auto stream = quiet.makeStream(options);
+        char byte = 0;
+        stream->get(byte);
+      }));
+    }
+    SilentListener full(true);
+    const FileInfo hanging(std::string("bench.bin@127.0.0.1:") + std::to_string(full.port));
+    for (int run = 0; run < 100; ++run) {
+      connections.push_back(cancellationLatency([&hanging](const Orvan::Core::Process::CancelationToken& token) {
+        FileInfo::StreamOptions options;
+        options.token = &token;
+        try {
+          hanging.makeStream(options);
+        } catch (const std::exception&) {
+          // cancelled, as expected
+        }
+      }));
+    }
+  }
+  keepMedianAndWorst(state, "read", reads);
+  keepMedianAndWorst(state, "connect", connections);
+}
+BENCHMARK(CancellationLatency)->Iterations(1)->UseRealTime()->Unit(benchmark::kMillisecond);
 
 const char* const TEXT_FORM_PATTERN = "^((?:[A-Za-z]:)?[^@:]*)(?:@([^:]*):([0-9]+)(?:&timeout=([0-9]+))?)?$";
 

@@ -152,8 +152,8 @@ void ExecuteCancellationLatency(benchmark::State& state)
     }
   }
   std::sort(latencies.begin(), latencies.end());
-  state.counters["median_ms"] = latencies[latencies.size() / 2];
-  state.counters["worst_ms"] = latencies.back();
+  state.counters["execute_median_ms"] = latencies[latencies.size() / 2];
+  state.counters["execute_worst_ms"] = latencies.back();
 }
 BENCHMARK(ExecuteCancellationLatency)->Iterations(1)->UseRealTime();
 

@@ -68,6 +68,14 @@ REMOTE_READ_AT_LEAST = 0.9
 FILE_SERVER = "FileServerSideBySide"
 FILE_SERVER_AT_LEAST = 1.0
 
+# Cancellation latencies, from the cancellation to the call's return: label,
+# benchmark, counter prefix, bound in milliseconds.
+LATENCIES = [
+    ("cancelling `execute` of `sleep 60`, 100 times", "ExecuteCancellationLatency", "execute", 50),
+    ("cancelling a blocked remote read, 100 times", "CancellationLatency", "read", 100),
+    ("cancelling a pending connection, 100 times", "CancellationLatency", "connect", 200),
+]
+
 
 def benchmark_name(run_name):
     """The function name: run names carry suffixes such as /repeats:5/real_time."""
@@ -155,6 +163,18 @@ def rows(medians):
     yield from throughput_row("`FileServer` to a `recv` client" + rounds, medians.get(FILE_SERVER, {}),
                               "fileserver_GBps", "socat_GBps", "`socat -u OPEN:file TCP-LISTEN:port`",
                               FILE_SERVER_AT_LEAST)
+    for label, figures, name, at_most in LATENCIES:
+        yield from latency_row(label, medians.get(figures, {}), name, at_most)
+
+
+def latency_row(label, figures, name, at_most_ms):
+    """Median and worst of 100 cancellations, against their bound."""
+    median, worst = figures.get(name + "_median_ms"), figures.get(name + "_worst_ms")
+    target = f"worst at most {at_most_ms} ms"
+    if median is None or worst is None:
+        yield label, "missing", "", "", target, None
+        return
+    yield (label, f"{median:.1f} ms median, {worst:.1f} ms worst", "", "", target, worst <= at_most_ms)
 
 
 def throughput_row(label, figures, ours_name, baseline_name, baseline_label, at_least):
