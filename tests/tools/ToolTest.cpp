@@ -371,9 +371,47 @@ TEST(OrvanRun, TimeoutTerminatesTheProgram)
 {
   const auto started = steady_clock::now();
   const ToolResult result = runTool({"run", "--timeout", "1", "--", "sleep", "60"});
-  EXPECT_EQ(result.code, 130);
+  EXPECT_EQ(result.code, 124);
   EXPECT_LT(steady_clock::now() - started, std::chrono::seconds(20));
   EXPECT_NE(result.error.find("timed out after 1 s"), std::string::npos) << result.error;
+}
+
+TEST(OrvanRun, TimeoutZeroMeansNoLimit)
+{
+  EXPECT_EQ(runTool({"run", "--timeout", "0", "--", "sh", "-c", "sleep 1; exit 5"}).code, 5);
+}
+
+TEST(OrvanRun, NothingOfTheProcessGroupOutlivesATimeout)
+{
+  TemporaryDirectory directory;
+  const auto pidFile = directory / "pids";
+  // The shell writes its own pid (the group's) before waiting on a child.
+  const auto started = steady_clock::now();
+  const ToolResult result = runTool({"run", "--timeout", "1", "--", "sh", "-c",
+                                     "echo $$ > '" + pidFile.string() + "'; sleep 30; echo done"});
+  EXPECT_EQ(result.code, 124);
+  EXPECT_LT(steady_clock::now() - started, std::chrono::seconds(20));
+  const pid_t group = static_cast<pid_t>(std::stol(readFile(pidFile)));
+  EXPECT_NE(::kill(-group, 0), 0) << "a process of the group is still running";
+  EXPECT_EQ(result.output.find("done"), std::string::npos);
+}
+
+TEST(OrvanRun, AProgramIgnoringTermIsKilledAfterKillAfter)
+{
+  const auto started = steady_clock::now();
+  const ToolResult result =
+      runTool({"run", "--timeout", "1", "--kill-after", "1", "--", "sh", "-c", "trap '' TERM; sleep 30"});
+  EXPECT_EQ(result.code, 124);
+  EXPECT_LT(steady_clock::now() - started, std::chrono::seconds(20));
+}
+
+TEST(OrvanRun, NotExecutableGives126)
+{
+  TemporaryDirectory directory;
+  const auto script = directory / "script.sh";
+  writeFile(script, "#!/bin/sh\nexit 0\n");
+  const ToolResult result = runTool({"run", "--", script.string()});
+  EXPECT_EQ(result.code, 126) << result.error;
 }
 
 TEST(OrvanRun, CtrlCTerminatesTheProgram)

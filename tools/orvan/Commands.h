@@ -15,6 +15,8 @@ inline constexpr int EXIT_OK = 0;
 inline constexpr int EXIT_FAILED = 1;
 inline constexpr int EXIT_USAGE = 2;
 inline constexpr int EXIT_CANCELLED = 130;
+// As GNU timeout reports a time limit that ran out.
+inline constexpr int EXIT_TIMED_OUT = 124;
 
 // Each command reads its own words and returns the exit code; it throws
 // UsageError for a command line it cannot accept.

@@ -20,18 +20,24 @@ const char* const RUN_HELP =
     "\n"
     "Options:\n"
     "  --cwd DIR             run PROGRAM in DIR\n"
-    "  --timeout S           terminate PROGRAM after S seconds\n"
+    "  --timeout S           terminate PROGRAM after S seconds (0: no limit)\n"
+    "  --kill-after S        kill what is left of PROGRAM S seconds after asking it to\n"
+    "                        end (default 5)\n"
     "{log-options}"
     "  -h, --help            show this help\n"
     "\n"
-    "Ctrl-C or the timeout terminates PROGRAM and every process it started; orvan\n"
-    "then exits with code 130.\n"
-    "A program that cannot be started gives exit code 127.\n"
+    "Ctrl-C or the timeout ends PROGRAM and every process it started: SIGTERM to its\n"
+    "process group, then SIGKILL after --kill-after (Windows ends them at once).\n"
+    "\n"
+    "Exit codes: PROGRAM's own; 124 when the timeout ran out; 130 after Ctrl-C;\n"
+    "126 when PROGRAM is not executable; 127 when it is not found; 128 + N when\n"
+    "signal N ended it; 2 for a usage error.\n"
     "\n"
     "Example:\n"
     "  orvan run --timeout 60 -- tar xf data.tar\n";
 
-constexpr int EXIT_NOT_STARTED = 127;
+constexpr int EXIT_NOT_EXECUTABLE = 126;
+constexpr int EXIT_NOT_FOUND = 127;
 
 } // namespace
 
@@ -39,6 +45,7 @@ int runCommand(Arguments& arguments)
 {
   std::string workingDirectory;
   std::optional<std::uint64_t> timeout;
+  std::uint64_t killAfter = 5;
   LogOptions logOptions;
   std::vector<std::string> words;
   while (!arguments.empty()) {
@@ -68,6 +75,11 @@ int runCommand(Arguments& arguments)
       }
     } else if (word.text == "--timeout") {
       timeout = parseNumber(word.text, arguments.value(word), 31536000);
+      if (*timeout == 0) {
+        timeout.reset();
+      }
+    } else if (word.text == "--kill-after") {
+      killAfter = parseNumber(word.text, arguments.value(word), 86400);
     } else if (!readLogOption(word.text, word.inlineValue, arguments, logOptions)) {
       throw unknownOption(word);
     }
@@ -84,17 +96,18 @@ int runCommand(Arguments& arguments)
   if (timeout) {
     options.timeLimit = std::chrono::seconds(*timeout);
   }
+  options.gracePeriod = std::chrono::seconds(killAfter);
   const Core::Process::ExecuteResult result = Core::Process::execute(options);
 
   using Outcome = Core::Process::ExecuteResult::Outcome;
   switch (result.outcome) {
   case Outcome::NotStarted:
     Console::instance().message("orvan run: cannot start '" + words.front() + "': " + result.error.message());
-    return EXIT_NOT_STARTED;
+    return result.error == std::errc::permission_denied ? EXIT_NOT_EXECUTABLE : EXIT_NOT_FOUND;
   case Outcome::TimedOut:
     Console::instance().message("orvan run: '" + words.front() + "' timed out after " + std::to_string(*timeout)
                                 + " s and was terminated");
-    return EXIT_CANCELLED;
+    return EXIT_TIMED_OUT;
   case Outcome::Cancelled:
     Console::instance().message("orvan run: cancelled; '" + words.front() + "' was terminated");
     return EXIT_CANCELLED;
