@@ -2,10 +2,15 @@
 
 #include "TemporaryDirectory.h"
 #include "ToolProcess.h"
+#include "WaitFor.h"
 
 #include <gtest/gtest.h>
 
+#include <arpa/inet.h>
+#include <netinet/in.h>
 #include <signal.h>
+#include <sys/socket.h>
+#include <unistd.h>
 
 #include <chrono>
 #include <fstream>
@@ -55,6 +60,55 @@ public:
   std::unique_ptr<ToolProcess> process;
   unsigned short port = 0;
 };
+
+// A server that lets clients connect (into its queue) and never sends a byte.
+class SilentServer {
+public:
+  SilentServer()
+  {
+    listener = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t length = sizeof address;
+    ::bind(listener, reinterpret_cast<sockaddr*>(&address), sizeof address);
+    ::listen(listener, 16);
+    ::getsockname(listener, reinterpret_cast<sockaddr*>(&address), &length);
+    port = ntohs(address.sin_port);
+  }
+  ~SilentServer() { ::close(listener); }
+  SilentServer(const SilentServer&) = delete;
+  SilentServer& operator=(const SilentServer&) = delete;
+
+  std::string target() const { return "silent.bin@127.0.0.1:" + std::to_string(port); }
+
+  unsigned short port = 0;
+
+private:
+  int listener = -1;
+};
+
+// Starts a fetch from a silent server, sends it `signals` once it has
+// connected, and returns its exit code and how long it took to end after
+// the first signal; the output directory must then be empty.
+int interruptStalledFetch(const std::vector<int>& signals, steady_clock::duration& took)
+{
+  SilentServer server;
+  TemporaryDirectory directory;
+  ToolProcess fetch(toolPath(), {"fetch", server.target(), "-v", "-o", (directory / "out.bin").string()},
+                    directory.path());
+  EXPECT_TRUE(fetch.waitForError("Connected to: '"));
+  // The transfer is under way: the partial file exists.
+  EXPECT_TRUE(waitFor([&] { return std::filesystem::exists(directory / "out.bin.orvan-part"); }));
+  const auto signalled = steady_clock::now();
+  for (const int number : signals) {
+    fetch.signal(number);
+  }
+  const int code = fetch.wait();
+  took = steady_clock::now() - signalled;
+  EXPECT_TRUE(std::filesystem::is_empty(directory.path())) << "a partial file was left behind";
+  return code;
+}
 
 std::size_t count(const std::string& text, const std::string& part)
 {
@@ -312,6 +366,50 @@ TEST(OrvanFetch, CtrlCCancelsTheRetries)
   EXPECT_LT(steady_clock::now() - started, std::chrono::seconds(20));
   EXPECT_NE(fetch.error().find("Cancelled connection to: '" + target + "'"), std::string::npos) << fetch.error();
   EXPECT_TRUE(std::filesystem::is_empty(directory.path()));
+}
+
+TEST(OrvanFetch, IdleTimeoutEndsAStalledTransferWith124)
+{
+  SilentServer server;
+  TemporaryDirectory directory;
+  const auto started = steady_clock::now();
+  const ToolResult result =
+      runTool({"fetch", server.target(), "--idle-timeout", "1", "-o", (directory / "out.bin").string()});
+  EXPECT_EQ(result.code, 124) << result.error;
+  EXPECT_LT(steady_clock::now() - started, std::chrono::seconds(20));
+  EXPECT_NE(result.error.find("timed out"), std::string::npos) << result.error;
+  EXPECT_TRUE(std::filesystem::is_empty(directory.path()));
+}
+
+TEST(OrvanFetch, MaxTimeEndsAStalledTransferWith124)
+{
+  SilentServer server;
+  TemporaryDirectory directory;
+  const auto started = steady_clock::now();
+  const ToolResult result =
+      runTool({"fetch", server.target(), "--max-time", "1", "-o", (directory / "out.bin").string()});
+  EXPECT_EQ(result.code, 124) << result.error;
+  EXPECT_LT(steady_clock::now() - started, std::chrono::seconds(20));
+  EXPECT_TRUE(std::filesystem::is_empty(directory.path()));
+}
+
+TEST(OrvanFetch, CtrlCEndsAStalledTransferWithinASecond)
+{
+  steady_clock::duration took{};
+  EXPECT_EQ(interruptStalledFetch({SIGINT}, took), 130);
+  EXPECT_LT(took, std::chrono::seconds(10)) << "within a second on an idle machine";
+}
+
+TEST(OrvanFetch, SigtermEndsAStalledTransferWith143)
+{
+  steady_clock::duration took{};
+  EXPECT_EQ(interruptStalledFetch({SIGTERM}, took), 143);
+}
+
+TEST(OrvanFetch, TwoSignalsAtOnceLeaveNoPartialFile)
+{
+  steady_clock::duration took{};
+  EXPECT_EQ(interruptStalledFetch({SIGINT, SIGINT}, took), 130);
 }
 
 TEST(OrvanFetch, MissingLocalFileFails)

@@ -12,12 +12,16 @@
 #include <Core/Process/TimeoutRetry.h>
 #include <Utils/FileHelper.h>
 
+#include <atomic>
+#include <cerrno>
 #include <cstdio>
+#include <cstring>
 #include <fstream>
 #include <iostream>
 #include <memory>
 #include <sstream>
 #include <system_error>
+#include <thread>
 #include <vector>
 
 namespace Orvan::Tool {
@@ -42,9 +46,12 @@ public:
     }
     partial = output;
     partial += ".orvan-part";
+    // A second Ctrl-C ends the tool at once: the partial file goes with it.
+    Platform::setFileToRemoveOnExit(partial);
     file.open(partial, std::ios::binary | std::ios::trunc);
     if (!file) {
-      throw std::runtime_error("cannot write '" + toString(partial) + "'");
+      Platform::setFileToRemoveOnExit({});
+      throw std::runtime_error("cannot write '" + toString(partial) + "': " + std::strerror(errno));
     }
   }
 
@@ -55,6 +62,7 @@ public:
       std::error_code ignored;
       std::filesystem::remove(partial, ignored);
     }
+    Platform::setFileToRemoveOnExit({});
   }
 
   void write(const char* data, std::size_t size)
@@ -83,6 +91,7 @@ public:
     // Only reached with --force when the output exists.
     std::error_code ignored;
     std::filesystem::remove(output, ignored);
+    Platform::setFileToRemoveOnExit({});
     std::filesystem::rename(partial, output);
     committed = true;
   }
@@ -97,7 +106,7 @@ private:
 } // namespace
 
 FetchOutcome fetchFile(const Core::FileInfo& finfo, const std::filesystem::path& output,
-                       const Core::Process::CancelationToken& token)
+                       const Core::Process::CancelationToken& token, const FetchLimits& limits)
 {
   FetchOutcome outcome;
   const std::string target = toString(finfo);
@@ -121,12 +130,41 @@ FetchOutcome fetchFile(const Core::FileInfo& finfo, const std::filesystem::path&
     counter = std::make_shared<Progression::ProcessProgressionLinearUnknownSteps>();
   }
 
+  Core::Process::CancelationToken transfer;
+  std::atomic<bool> outOfTime{false};
+  std::atomic<bool> finished{false};
+  std::thread watcher([&] {
+    const auto end = limits.maxTime ? std::chrono::steady_clock::now() + *limits.maxTime
+                                    : std::chrono::steady_clock::time_point::max();
+    while (!finished.load()) {
+      if (token.isCancelRequested() || std::chrono::steady_clock::now() >= end) {
+        outOfTime = !token.isCancelRequested();
+        transfer.requestCancel();
+        return;
+      }
+      std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    }
+  });
+  struct WatcherStop {
+    std::atomic<bool>& finished;
+    std::thread& watcher;
+    ~WatcherStop()
+    {
+      finished = true;
+      watcher.join();
+    }
+  } watcherStop{finished, watcher};
+
   try {
     Sink sink(output);
-    // Ctrl-C ends a read that waits for a silent server too.
+    // Ctrl-C and the time limit end a read that waits for a silent server
+    // too: both cancel the stream's own token.
     Core::FileInfo::StreamOptions options;
     options.mode = static_cast<int>(std::ios::binary);
-    options.token = &token;
+    options.token = &transfer;
+    if (limits.idleTimeout) {
+      options.idleTimeout = *limits.idleTimeout;
+    }
     std::unique_ptr<std::istream> stream = finfo.makeStream(options);
     // A failed receive comes out as the library's std::system_error.
     stream->exceptions(std::ios::badbit);
@@ -135,7 +173,7 @@ FetchOutcome fetchFile(const Core::FileInfo& finfo, const std::filesystem::path&
     std::vector<char> buffer(CHUNK);
     bool cancelled = false;
     try {
-      while (!(cancelled = token.isCancelRequested())) {
+      while (!(cancelled = transfer.isCancelRequested())) {
         stream->read(buffer.data(), static_cast<std::streamsize>(buffer.size()));
         const auto count = static_cast<std::size_t>(stream->gcount());
         if (count > 0) {
@@ -157,7 +195,7 @@ FetchOutcome fetchFile(const Core::FileInfo& finfo, const std::filesystem::path&
     }
     if (cancelled) {
       display.finish(counter->captureProgression(), false);
-      outcome.status = FetchOutcome::Status::Cancelled;
+      outcome.status = outOfTime ? FetchOutcome::Status::TimedOut : FetchOutcome::Status::Cancelled;
     } else {
       sink.commit();
       counter->setCompleted();
@@ -165,8 +203,15 @@ FetchOutcome fetchFile(const Core::FileInfo& finfo, const std::filesystem::path&
       outcome.status = FetchOutcome::Status::Done;
       step.traceIntermediate("received " + std::to_string(state.bytes.load()) + " bytes");
     }
+  } catch (const std::system_error& error) {
+    outcome.status = error.code() == std::errc::timed_out || outOfTime ? FetchOutcome::Status::TimedOut
+                     : token.isCancelRequested()                       ? FetchOutcome::Status::Cancelled
+                                                                       : FetchOutcome::Status::Failed;
+    outcome.error = error.what();
   } catch (const std::exception& error) {
-    outcome.status = token.isCancelRequested() ? FetchOutcome::Status::Cancelled : FetchOutcome::Status::Failed;
+    outcome.status = outOfTime                   ? FetchOutcome::Status::TimedOut
+                     : token.isCancelRequested() ? FetchOutcome::Status::Cancelled
+                                                 : FetchOutcome::Status::Failed;
     outcome.error = error.what();
   }
   outcome.bytes = state.bytes.load();
@@ -192,10 +237,13 @@ const char* const FETCH_HELP =
     "                        directory); '-' writes to standard output\n"
     "  -f, --force           replace PATH when it exists\n"
     "  --timeout S           retry connecting for S seconds (replaces the descriptor's timeout)\n"
+    "  --idle-timeout S      fail when no byte has come for S seconds (exit code 124)\n"
+    "  --max-time S          fail when the whole fetch takes over S seconds (exit code 124)\n"
     "{log-options}"
     "  -h, --help            show this help\n"
     "\n"
-    "Ctrl-C stops the transfer (exit code 130). The library's per-chunk \"Read\" lines\n"
+    "Ctrl-C stops the transfer within a second (exit code 130; 143 for SIGTERM), and\n"
+    "no partial file is left behind. The library's per-chunk \"Read\" lines\n"
     "and socket messages go to the log: see them with -vv or --log FILE.\n"
     "\n"
     "Example:\n"
@@ -208,6 +256,7 @@ int fetchCommand(Arguments& arguments)
   std::optional<std::string> targetText;
   std::optional<std::string> outputText;
   std::optional<std::uint64_t> timeout;
+  FetchLimits limits;
   bool force = false;
   LogOptions logOptions;
   while (!arguments.empty()) {
@@ -226,6 +275,10 @@ int fetchCommand(Arguments& arguments)
       force = true;
     } else if (word.text == "--timeout") {
       timeout = parseNumber(word.text, arguments.value(word), 2147483647);
+    } else if (word.text == "--idle-timeout") {
+      limits.idleTimeout = std::chrono::seconds(parseNumber(word.text, arguments.value(word), 31536000));
+    } else if (word.text == "--max-time") {
+      limits.maxTime = std::chrono::seconds(parseNumber(word.text, arguments.value(word), 31536000));
     } else if (!readLogOption(word.text, word.inlineValue, arguments, logOptions)) {
       throw unknownOption(word);
     }
@@ -272,7 +325,7 @@ int fetchCommand(Arguments& arguments)
   finfo->retry = &retry;
 
   LogSession session(logOptions, Verbosity::Normal);
-  const FetchOutcome outcome = fetchFile(*finfo, output, ctrlC.token);
+  const FetchOutcome outcome = fetchFile(*finfo, output, ctrlC.token, limits);
   switch (outcome.status) {
   case FetchOutcome::Status::Done: {
     if (logOptions.verbosity != Verbosity::Quiet) {
@@ -285,7 +338,10 @@ int fetchCommand(Arguments& arguments)
   }
   case FetchOutcome::Status::Cancelled:
     Console::instance().message("orvan fetch: cancelled after " + formatBytes(outcome.bytes));
-    return EXIT_CANCELLED;
+    return Platform::InterruptHandler::exitCode() != 0 ? Platform::InterruptHandler::exitCode() : EXIT_CANCELLED;
+  case FetchOutcome::Status::TimedOut:
+    Console::instance().message("orvan fetch: timed out after " + formatBytes(outcome.bytes) + ": " + outcome.error);
+    return EXIT_TIMED_OUT;
   case FetchOutcome::Status::Failed:
     break;
   }

@@ -3,14 +3,16 @@
 #include <Core/FileInfo.h>
 #include <Core/Process/CancelationToken.h>
 
+#include <chrono>
 #include <cstdint>
 #include <filesystem>
+#include <optional>
 #include <string>
 
 namespace Orvan::Tool {
 
 struct FetchOutcome {
-  enum class Status { Done, Cancelled, Failed };
+  enum class Status { Done, Cancelled, TimedOut, Failed };
   Status status = Status::Failed;
   std::string error;
   std::uint64_t bytes = 0;
@@ -21,8 +23,15 @@ struct FetchOutcome {
 // to `output` (standard output when empty), showing progress on standard
 // error. The bytes go first to a temporary file beside `output`, which then
 // replaces it, so that a failed or cancelled fetch leaves no partial file.
-// While it runs, the library's direct diagnostics are routed into the log.
+// A cancellation of `token` ends it within a second, even while it waits for
+// a silent server.
+struct FetchLimits {
+  // No byte for this long: the fetch fails as timed out.
+  std::optional<std::chrono::seconds> idleTimeout;
+  // The whole fetch, connection included, may take this long.
+  std::optional<std::chrono::seconds> maxTime;
+};
 FetchOutcome fetchFile(const Core::FileInfo& finfo, const std::filesystem::path& output,
-                       const Core::Process::CancelationToken& token);
+                       const Core::Process::CancelationToken& token, const FetchLimits& limits = {});
 
 } // namespace Orvan::Tool

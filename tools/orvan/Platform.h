@@ -28,7 +28,8 @@ void setBinaryOutput();
 
 // While it lives, the first Ctrl-C (or termination request) calls
 // `onInterrupt` on an ordinary thread, never inside a signal handler; a second
-// one ends the process at once with exit code 130.
+// one removes the file named by setFileToRemoveOnExit and ends the process at
+// once with the exit code of the first (130 for SIGINT, 143 for SIGTERM).
 class InterruptHandler {
 public:
   explicit InterruptHandler(std::function<void()> onInterrupt);
@@ -36,11 +37,20 @@ public:
   InterruptHandler(const InterruptHandler&) = delete;
   InterruptHandler& operator=(const InterruptHandler&) = delete;
 
+  // The exit code for the first interrupt received: 128 + its signal number
+  // (130 for Ctrl-C, 143 for a termination request); 0 while none came.
+  static int exitCode();
+
   struct State;
 
 private:
   std::unique_ptr<State> state;
 };
+
+// The file that an exit on a second interrupt removes first (a partial
+// download); empty: none. The path is copied; set it again with an empty
+// path once the file is done with.
+void setFileToRemoveOnExit(const std::filesystem::path& path);
 
 // Joins words into one command line that the process runner splits back into
 // exactly these words: shell quoting on POSIX, the C runtime's argument rules
