@@ -341,13 +341,17 @@ TEST(OrvanFetch, RefusedTargetIsRetriedUntilTheTimeout)
   const auto started = steady_clock::now();
   const ToolResult fetched = runTool({"fetch", target}, directory.path());
   const auto seconds = std::chrono::duration<double>(steady_clock::now() - started).count();
-  EXPECT_EQ(fetched.code, 1);
+  EXPECT_EQ(fetched.code, 7);
   EXPECT_GE(seconds, 1.9);
   EXPECT_LT(seconds, 30.0);
   EXPECT_NE(fetched.error.find("[WARNING] Timeout reached while connecting to: '" + target + "'"), std::string::npos)
       << fetched.error;
   EXPECT_NE(fetched.error.find("[ERROR  ] Failed to connected to: '" + target + "'!"), std::string::npos);
-  EXPECT_NE(fetched.error.find("orvan fetch: Failed to connect to server."), std::string::npos);
+  const std::string port = target.substr(target.find(':') + 1, target.find('&') - target.find(':') - 1);
+  EXPECT_NE(fetched.error.find("orvan fetch: cannot connect to 127.0.0.1:" + port +
+                               " (nothing.bin): Connection refused\n"),
+            std::string::npos)
+      << fetched.error;
   // The library's own socket message, with its padding, is not shown.
   EXPECT_EQ(fetched.error.find('\0'), std::string::npos);
   // Nothing is left behind, not even a partial file.
@@ -410,6 +414,28 @@ TEST(OrvanFetch, TwoSignalsAtOnceLeaveNoPartialFile)
 {
   steady_clock::duration took{};
   EXPECT_EQ(interruptStalledFetch({SIGINT, SIGINT}, took), 130);
+}
+
+TEST(OrvanFetch, AnUnknownHostGetsTheResolversOwnText)
+{
+  TemporaryDirectory directory;
+  const ToolResult fetched = runTool({"fetch", "data.bin@no-such-host.invalid:4000"}, directory.path());
+  EXPECT_EQ(fetched.code, 7);
+  EXPECT_NE(fetched.error.find("orvan fetch: cannot resolve no-such-host.invalid (data.bin): "), std::string::npos)
+      << fetched.error;
+  EXPECT_EQ(fetched.error.find("getaddrinfo"), std::string::npos) << fetched.error;
+}
+
+TEST(OrvanFetch, BadTargetsGetASentence)
+{
+  const ToolResult huge = runTool({"fetch", "data.bin@127.0.0.1:99999999999"});
+  EXPECT_EQ(huge.code, 2);
+  EXPECT_NE(huge.error.find("the port or the timeout is too large"), std::string::npos) << huge.error;
+  EXPECT_EQ(huge.error.find("stoi"), std::string::npos) << huge.error;
+  const ToolResult empty = runTool({"fetch", ""});
+  EXPECT_EQ(empty.code, 2);
+  EXPECT_NE(empty.error.find("TARGET is empty"), std::string::npos) << empty.error;
+  EXPECT_EQ(empty.error.find("CORE_ASSERT"), std::string::npos) << empty.error;
 }
 
 TEST(OrvanFetch, MissingLocalFileFails)

@@ -15,6 +15,8 @@ inline constexpr int EXIT_OK = 0;
 inline constexpr int EXIT_FAILED = 1;
 inline constexpr int EXIT_USAGE = 2;
 inline constexpr int EXIT_CANCELLED = 130;
+// As curl reports a server that could not be resolved or connected to.
+inline constexpr int EXIT_NOT_CONNECTED = 7;
 // As GNU timeout reports a time limit that ran out.
 inline constexpr int EXIT_TIMED_OUT = 124;
 

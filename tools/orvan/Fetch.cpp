@@ -15,11 +15,13 @@
 #include <atomic>
 #include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <fstream>
 #include <iostream>
 #include <memory>
 #include <sstream>
+#include <stdexcept>
 #include <system_error>
 #include <thread>
 #include <vector>
@@ -103,6 +105,24 @@ private:
   bool committed = false;
 };
 
+// "cannot connect to 127.0.0.1:1 (data.bin): Connection refused": the
+// target and the cause, once.
+std::string connectionFailure(const Core::FileInfo& finfo, const std::exception& error)
+{
+  const std::string where = finfo.address + ":" + std::to_string(finfo.port);
+  const std::string name = " (" + toString(finfo.filename) + "): ";
+  if (const auto* failure = dynamic_cast<const std::system_error*>(&error)) {
+    return "cannot connect to " + where + name + failure->code().message();
+  }
+  // The socket stream reports a failed resolution with the resolver's code.
+  const std::string text = error.what();
+  const std::string resolver = "getaddrinfo() returned: ";
+  if (text.rfind(resolver, 0) == 0) {
+    return "cannot resolve " + finfo.address + name + Platform::resolverMessage(std::atoi(text.c_str() + resolver.size()));
+  }
+  return "cannot connect to " + where + name + text;
+}
+
 } // namespace
 
 FetchOutcome fetchFile(const Core::FileInfo& finfo, const std::filesystem::path& output,
@@ -165,7 +185,17 @@ FetchOutcome fetchFile(const Core::FileInfo& finfo, const std::filesystem::path&
     if (limits.idleTimeout) {
       options.idleTimeout = *limits.idleTimeout;
     }
-    std::unique_ptr<std::istream> stream = finfo.makeStream(options);
+    std::unique_ptr<std::istream> stream;
+    try {
+      stream = finfo.makeStream(options);
+    } catch (const std::exception& error) {
+      if (!finfo.isRemote() || transfer.isCancelRequested()) {
+        throw;
+      }
+      outcome.status = FetchOutcome::Status::NotConnected;
+      outcome.error = connectionFailure(finfo, error);
+      return outcome;
+    }
     // A failed receive comes out as the library's std::system_error.
     stream->exceptions(std::ios::badbit);
     state.start = std::chrono::steady_clock::now();
@@ -242,9 +272,14 @@ const char* const FETCH_HELP =
     "{log-options}"
     "  -h, --help            show this help\n"
     "\n"
-    "Ctrl-C stops the transfer within a second (exit code 130; 143 for SIGTERM), and\n"
-    "no partial file is left behind. The library's per-chunk \"Read\" lines\n"
-    "and socket messages go to the log: see them with -vv or --log FILE.\n"
+    "Ctrl-C stops the transfer within a second, and no partial file is left behind.\n"
+    "\n"
+    "Exit codes: 0 done; 1 the transfer or the output failed; 2 usage error;\n"
+    "7 the server could not be resolved or connected to; 124 --idle-timeout or\n"
+    "--max-time ran out; 130 Ctrl-C; 143 SIGTERM.\n"
+    "\n"
+    "The library's per-chunk \"Read\" lines and socket messages go to the log: see\n"
+    "them with -vv or --log FILE.\n"
     "\n"
     "Example:\n"
     "  orvan fetch 'data.bin@127.0.0.1:4000&timeout=30' -o copy.bin\n";
@@ -287,9 +322,14 @@ int fetchCommand(Arguments& arguments)
     throw UsageError("missing TARGET");
   }
 
+  if (targetText->empty()) {
+    throw UsageError("TARGET is empty");
+  }
   std::optional<Core::FileInfo> finfo;
   try {
     finfo.emplace(*targetText);
+  } catch (const std::out_of_range&) {
+    throw UsageError("bad TARGET '" + *targetText + "': the port or the timeout is too large");
   } catch (const std::exception& error) {
     throw UsageError(std::string("bad TARGET: ") + error.what());
   }
@@ -342,6 +382,9 @@ int fetchCommand(Arguments& arguments)
   case FetchOutcome::Status::TimedOut:
     Console::instance().message("orvan fetch: timed out after " + formatBytes(outcome.bytes) + ": " + outcome.error);
     return EXIT_TIMED_OUT;
+  case FetchOutcome::Status::NotConnected:
+    Console::instance().message("orvan fetch: " + outcome.error);
+    return EXIT_NOT_CONNECTED;
   case FetchOutcome::Status::Failed:
     break;
   }

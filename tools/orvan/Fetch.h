@@ -12,7 +12,9 @@
 namespace Orvan::Tool {
 
 struct FetchOutcome {
-  enum class Status { Done, Cancelled, TimedOut, Failed };
+  // NotConnected: the server's name could not be resolved, or connecting
+  // failed for good; Failed: the transfer or the output failed.
+  enum class Status { Done, Cancelled, TimedOut, NotConnected, Failed };
   Status status = Status::Failed;
   std::string error;
   std::uint64_t bytes = 0;

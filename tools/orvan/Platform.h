@@ -57,6 +57,9 @@ void setFileToRemoveOnExit(const std::filesystem::path& path);
 // on Windows.
 std::string quoteCommandLine(const std::vector<std::string>& words);
 
+// The resolver's own text for its error `code` (what getaddrinfo returned).
+std::string resolverMessage(int code);
+
 // The running program's own file.
 std::filesystem::path executablePath();
 
