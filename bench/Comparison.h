@@ -11,9 +11,9 @@ namespace Orvan::Bench {
 
 // A figure of ours set against the baseline measured in the same run.
 struct Comparison {
-  std::string ours;      // benchmark name
-  std::string baseline;  // benchmark name
-  double targetRatio;    // ours / baseline must not exceed this; 0 when there is none
+  std::string ours;     // benchmark name
+  std::string baseline; // benchmark name
+  double targetRatio;   // ours / baseline must not exceed this; 0 when there is none
 };
 
 // Prints the console report and remembers each benchmark's time per
@@ -55,8 +55,8 @@ inline int runAndCompare(int argc, char** argv, const std::vector<Comparison>& c
       continue;
     }
     const double ratio = ours->second / baseline->second;
-    std::printf("%-44s %11.2f ns %11.2f ns %8.2f %8s\n", comparison.ours.c_str(), ours->second, baseline->second,
-                ratio, comparison.targetRatio > 0 ? std::to_string(comparison.targetRatio).substr(0, 4).c_str() : "-");
+    std::printf("%-44s %11.2f ns %11.2f ns %8.2f %8s\n", comparison.ours.c_str(), ours->second, baseline->second, ratio,
+                comparison.targetRatio > 0 ? std::to_string(comparison.targetRatio).substr(0, 4).c_str() : "-");
   }
   return 0;
 }

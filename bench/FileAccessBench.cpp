@@ -501,8 +501,9 @@ void ThrowTheSameMessage(benchmark::State& state)
     try {
       std::string message;
       message.reserve(text.size() + 100);
-      message.append("'").append(text).append("' does not match the <filename> nor "
-                                              "<filename>@<address>:<port>[&timeout=<timeout>] formats.");
+      message.append("'").append(text).append(
+          "' does not match the <filename> nor "
+          "<filename>@<address>:<port>[&timeout=<timeout>] formats.");
       throw std::runtime_error(message);
     } catch (const std::runtime_error& error) {
       benchmark::DoNotOptimize(error.what());
@@ -544,19 +545,23 @@ int main(int argc, char** argv)
   if (!takeTransferArgument(argc, argv)) {
     return 1;
   }
-  const int result = Orvan::Bench::runAndCompare(argc, argv, {{"ParseRemoteTextForm", "RegexMatchRemoteTextForm", 0},
-                                                         {"ParseLocalTextForm", "RegexMatchLocalTextForm", 0},
-                                                         {"RejectFourMiBOfAtSigns", "ThrowTheSameMessage", 1.5}});
+  const int result = Orvan::Bench::runAndCompare(argc, argv,
+                                                 {{"ParseRemoteTextForm", "RegexMatchRemoteTextForm", 0},
+                                                  {"ParseLocalTextForm", "RegexMatchLocalTextForm", 0},
+                                                  {"RejectFourMiBOfAtSigns", "ThrowTheSameMessage", 1.5}});
   if (!served.empty()) {
     std::error_code ignored;
     std::filesystem::remove(served, ignored);
   }
   if (best.ours > 0 && best.plain > 0) {
     const double gigabytes = static_cast<double>(transfer) / 1e9;
-    std::printf("\nremote read of %zu MiB, best of 5 alternating rounds: makeStream %.2f GB/s, plain recv %.2f GB/s, "
-                "throughput ratio %.2f (target >= 0.90)\n",
-                transfer / MIB, gigabytes / best.ours, gigabytes / best.plain, best.plain / best.ours);
+    std::printf(
+        "\nremote read of %zu MiB, best of 5 alternating rounds: makeStream %.2f GB/s, plain recv %.2f GB/s, "
+        "throughput ratio %.2f (target >= 0.90)\n",
+        transfer / MIB, gigabytes / best.ours, gigabytes / best.plain, best.plain / best.ours);
   }
-  std::printf("text form parsing: target <= 150 ns for ParseRemoteTextForm; 4 MiB of '@' rejected at the cost of its message (ratio <= 1.5)\n");
+  std::printf(
+      "text form parsing: target <= 150 ns for ParseRemoteTextForm; 4 MiB of '@' rejected at the cost of its message "
+      "(ratio <= 1.5)\n");
   return result;
 }

@@ -94,7 +94,7 @@ int main(int argc, char** argv)
 {
   // The memory reading has an absolute target (30 000 ns); its time is in
   // the report above.
-  return Orvan::Bench::runAndCompare(argc, argv,
-                                     {{"FileLoggerInfo", "RawWriteOfAFormattedLine", 1.2},
-                                      {"FileLoggerInfo", "SpdlogFlushingEveryLine", 1.0}});
+  return Orvan::Bench::runAndCompare(
+      argc, argv,
+      {{"FileLoggerInfo", "RawWriteOfAFormattedLine", 1.2}, {"FileLoggerInfo", "SpdlogFlushingEveryLine", 1.0}});
 }

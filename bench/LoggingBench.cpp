@@ -64,7 +64,7 @@ int main(int argc, char** argv)
 {
   // A dropped message has an absolute target (20 ns), shown against the
   // direct call for scale.
-  return Orvan::Bench::runAndCompare(argc, argv,
-                                     {{"DispatchToLogger", "DirectCallThroughWeakPtr", 1.5},
-                                      {"DroppedMessage", "DirectCallThroughWeakPtr", 0}});
+  return Orvan::Bench::runAndCompare(
+      argc, argv,
+      {{"DispatchToLogger", "DirectCallThroughWeakPtr", 1.5}, {"DroppedMessage", "DirectCallThroughWeakPtr", 0}});
 }

@@ -70,7 +70,7 @@ int main(int argc, char** argv)
 {
   // The observed grandchild has an absolute target (150 ns per increment),
   // shown against the bare atomic for scale.
-  return Orvan::Bench::runAndCompare(argc, argv,
-                                     {{"LoneCounterIncrement", "BareAtomicFetchAdd", 3},
-                                      {"ObservedGrandchildIncrement", "BareAtomicFetchAdd", 0}});
+  return Orvan::Bench::runAndCompare(
+      argc, argv,
+      {{"LoneCounterIncrement", "BareAtomicFetchAdd", 3}, {"ObservedGrandchildIncrement", "BareAtomicFetchAdd", 0}});
 }

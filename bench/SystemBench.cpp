@@ -17,9 +17,9 @@
 #include <thread>
 #include <vector>
 
+#include <fcntl.h>
 #include <spawn.h>
 #include <sys/wait.h>
-#include <fcntl.h>
 #include <unistd.h>
 
 extern char** environ;
@@ -161,7 +161,8 @@ BENCHMARK(ExecuteCancellationLatency)->Iterations(1)->UseRealTime();
 
 int main(int argc, char** argv)
 {
-  return Orvan::Bench::runAndCompare(argc, argv, {{"RunProgram", "SpawnAndWait", 1.15},
-                                                   {"ExecuteTrue", "SpawnAndWait", 1.15},
-                                                   {"ExecuteCapturingAMebibyte", "SpawnPipeAndRead", 1.2}});
+  return Orvan::Bench::runAndCompare(argc, argv,
+                                     {{"RunProgram", "SpawnAndWait", 1.15},
+                                      {"ExecuteTrue", "SpawnAndWait", 1.15},
+                                      {"ExecuteCapturingAMebibyte", "SpawnPipeAndRead", 1.2}});
 }

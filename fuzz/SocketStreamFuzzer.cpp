@@ -87,8 +87,7 @@ public:
     address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
     socklen_t length = sizeof address;
     if (listener < 0 || ::bind(listener, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0 ||
-        ::listen(listener, 16) != 0 ||
-        ::getsockname(listener, reinterpret_cast<sockaddr*>(&address), &length) != 0) {
+        ::listen(listener, 16) != 0 || ::getsockname(listener, reinterpret_cast<sockaddr*>(&address), &length) != 0) {
       fail("cannot listen on 127.0.0.1");
     }
     portNumber = ntohs(address.sin_port);
@@ -379,8 +378,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     check(reader == Reader::ITERATOR || (eof && !bad), where + "the stream does not end in end-of-file");
     return 0;
   }
-  check(error.has_value(), where + "a reset ended the stream without an error, " + std::to_string(received.size()) +
-                               " bytes read");
+  check(error.has_value(),
+        where + "a reset ended the stream without an error, " + std::to_string(received.size()) + " bytes read");
   const std::string text = error->what();
   check(text.rfind("Failed to read data on socket, error #" + std::to_string(ECONNRESET) + ": ", 0) == 0,
         where + "unexpected error text: " + text);

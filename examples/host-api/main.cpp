@@ -60,8 +60,8 @@ int main(int argc, char** argv)
     std::cout << "could not start " << argv[2] << ": " << result.error.message() << '\n';
     break;
   case Process::ExecuteResult::Outcome::Exited:
-    std::cout << argv[2] << " exited with " << result.exitCode << " after " << result.elapsed.count() << " ms and wrote "
-              << result.standardOutput.size() << " bytes:\n"
+    std::cout << argv[2] << " exited with " << result.exitCode << " after " << result.elapsed.count()
+              << " ms and wrote " << result.standardOutput.size() << " bytes:\n"
               << result.standardOutput;
     break;
   case Process::ExecuteResult::Outcome::Signalled:

@@ -23,7 +23,8 @@ namespace Progression = Orvan::Core::Process::Progression;
 // Receives at most one reading per period, on a thread of its own.
 class Display : public Progression::ProgressionObserver {
 public:
-  Display(const std::shared_ptr<Progression::ProgressionObservable>& observable, const std::atomic<std::uint64_t>& bytes)
+  Display(const std::shared_ptr<Progression::ProgressionObservable>& observable,
+          const std::atomic<std::uint64_t>& bytes)
       : ProgressionObserver(observable, 250, DeferredStart{})
       , bytes(bytes)
   {

@@ -54,18 +54,17 @@ TEST(CoreAssert, NeverComeHereKeepsTheLiteralsQuotes)
 {
   AssertRecorder recorder;
   CORE_NEVER_COME_HERE("unreachable branch");
-  EXPECT_EQ(recorder.messages(),
-            std::vector<std::string>{"CORE_NEVER_COME_HERE triggered: '\"unreachable branch\"'"});
+  EXPECT_EQ(recorder.messages(), std::vector<std::string>{"CORE_NEVER_COME_HERE triggered: '\"unreachable branch\"'"});
 }
 
 TEST(CoreAssert, SetAssertHandlerReturnsTheHandlerItReplaces)
 {
   int firstCalls = 0;
   int secondCalls = 0;
-  auto original = Orvan::CoreAssert::setAssertHandler(
-      [&](const std::string&, const char*, unsigned long long) { ++firstCalls; });
-  auto first = Orvan::CoreAssert::setAssertHandler(
-      [&](const std::string&, const char*, unsigned long long) { ++secondCalls; });
+  auto original =
+      Orvan::CoreAssert::setAssertHandler([&](const std::string&, const char*, unsigned long long) { ++firstCalls; });
+  auto first =
+      Orvan::CoreAssert::setAssertHandler([&](const std::string&, const char*, unsigned long long) { ++secondCalls; });
   Orvan::CoreAssert::assertFailed("x", "f", 1);
   first("y", "g", 2);
   Orvan::CoreAssert::setAssertHandler(original);

@@ -30,8 +30,8 @@ TEST(ErrorIdentifierFactory, UnregisteredPackageGivesNull)
 
 TEST(ErrorIdentifierFactory, RegisteredConstructorBuildsIdentifiersUntilUnregistered)
 {
-  ErrorIdentifierFactory::registerConstructor(
-      TEST_PACKAGE, [](unsigned int id) { return std::make_unique<TestIdentifier>(id); });
+  ErrorIdentifierFactory::registerConstructor(TEST_PACKAGE,
+                                              [](unsigned int id) { return std::make_unique<TestIdentifier>(id); });
   EXPECT_TRUE(ErrorIdentifierFactory::isRegistered(TEST_PACKAGE));
   const auto identifier = ErrorIdentifierFactory::make(TEST_PACKAGE, 17);
   ASSERT_NE(identifier, nullptr);

@@ -19,11 +19,11 @@ struct AssertReport {
 class AssertRecorder {
 public:
   AssertRecorder()
-      : previous(CoreAssert::setAssertHandler([this](const std::string& message, const char* file,
-                                                     unsigned long long line) {
-        const std::lock_guard lock(mutex);
-        recorded.push_back({message, file, line});
-      }))
+      : previous(
+            CoreAssert::setAssertHandler([this](const std::string& message, const char* file, unsigned long long line) {
+              const std::lock_guard lock(mutex);
+              recorded.push_back({message, file, line});
+            }))
   {
   }
 

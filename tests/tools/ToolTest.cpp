@@ -268,8 +268,8 @@ TEST(OrvanServeFetch, ChunkLinesGoToTheLogFile)
   Server server(directory / "data.bin");
   ASSERT_NE(server.port, 0);
   const auto log = directory / "fetch.log";
-  const ToolResult fetched = runTool({"fetch", server.target("data.bin"), "-o", (directory / "copy").string(),
-                                      "--log", log.string(), "--memory-period", "50"});
+  const ToolResult fetched = runTool({"fetch", server.target("data.bin"), "-o", (directory / "copy").string(), "--log",
+                                      log.string(), "--memory-period", "50"});
   EXPECT_EQ(fetched.code, 0) << fetched.error;
   const std::string text = readFile(log);
   EXPECT_NE(text.find("[VERBOSE]"), std::string::npos);
@@ -299,9 +299,8 @@ TEST(OrvanSocat, FetchFromSocat)
   ToolProcess server(socat, {"-u", "OPEN:" + (directory / "served.bin").string(),
                              "TCP-LISTEN:" + std::to_string(port) + ",bind=127.0.0.1,reuseaddr"});
   // Refused until socat listens: the timeout lets fetch retry meanwhile.
-  const ToolResult fetched =
-      runTool({"fetch", "served.bin@127.0.0.1:" + std::to_string(port) + "&timeout=30", "-o",
-               (directory / "copy.bin").string()});
+  const ToolResult fetched = runTool({"fetch", "served.bin@127.0.0.1:" + std::to_string(port) + "&timeout=30", "-o",
+                                      (directory / "copy.bin").string()});
   EXPECT_EQ(fetched.code, 0) << fetched.error;
   EXPECT_TRUE(readFile(directory / "copy.bin") == content);
   EXPECT_EQ(server.wait(), 0);
@@ -348,9 +347,9 @@ TEST(OrvanFetch, RefusedTargetIsRetriedUntilTheTimeout)
       << fetched.error;
   EXPECT_NE(fetched.error.find("[ERROR  ] Failed to connected to: '" + target + "'!"), std::string::npos);
   const std::string port = target.substr(target.find(':') + 1, target.find('&') - target.find(':') - 1);
-  EXPECT_NE(fetched.error.find("orvan fetch: cannot connect to 127.0.0.1:" + port +
-                               " (nothing.bin): Connection refused\n"),
-            std::string::npos)
+  EXPECT_NE(
+      fetched.error.find("orvan fetch: cannot connect to 127.0.0.1:" + port + " (nothing.bin): Connection refused\n"),
+      std::string::npos)
       << fetched.error;
   // The library's own socket message, with its padding, is not shown.
   EXPECT_EQ(fetched.error.find('\0'), std::string::npos);
@@ -443,8 +442,7 @@ TEST(OrvanFetch, MissingLocalFileFails)
   TemporaryDirectory directory;
   const ToolResult fetched = runTool({"fetch", (directory / "missing.bin").string(), "-o", "copy"}, directory.path());
   EXPECT_EQ(fetched.code, 1);
-  EXPECT_NE(fetched.error.find("Failed to open file '" + (directory / "missing.bin").string() + "'"),
-            std::string::npos)
+  EXPECT_NE(fetched.error.find("Failed to open file '" + (directory / "missing.bin").string() + "'"), std::string::npos)
       << fetched.error;
 }
 
@@ -473,7 +471,10 @@ TEST(OrvanRun, WordsArriveAsTheyWereGiven)
   // Blanks, quotes of both kinds, backslashes and shell characters, none of
   // which a shell may expand or split.
   const std::vector<std::string> words{"a b", "it's", "say \"hi\"", "back\\slash", "$HOME", "*", ""};
-  std::vector<std::string> arguments{"run", "--", "sh", "-c",
+  std::vector<std::string> arguments{"run",
+                                     "--",
+                                     "sh",
+                                     "-c",
                                      "[ $# -eq 7 ] && [ \"$1\" = 'a b' ] && [ \"$2\" = \"it's\" ] && "
                                      "[ \"$3\" = 'say \"hi\"' ] && [ \"$4\" = 'back\\slash' ] && "
                                      "[ \"$5\" = '$HOME' ] && [ \"$6\" = '*' ] && [ -z \"$7\" ]",
@@ -511,8 +512,8 @@ TEST(OrvanRun, NothingOfTheProcessGroupOutlivesATimeout)
   const auto pidFile = directory / "pids";
   // The shell writes its own pid (the group's) before waiting on a child.
   const auto started = steady_clock::now();
-  const ToolResult result = runTool({"run", "--timeout", "1", "--", "sh", "-c",
-                                     "echo $$ > '" + pidFile.string() + "'; sleep 30; echo done"});
+  const ToolResult result =
+      runTool({"run", "--timeout", "1", "--", "sh", "-c", "echo $$ > '" + pidFile.string() + "'; sleep 30; echo done"});
   EXPECT_EQ(result.code, 124);
   EXPECT_LT(steady_clock::now() - started, std::chrono::seconds(20));
   const pid_t group = static_cast<pid_t>(std::stol(readFile(pidFile)));
@@ -572,9 +573,9 @@ TEST(OrvanMemory, SampleLineAndTable)
 {
   const ToolResult result = runTool({"memory"});
   EXPECT_EQ(result.code, 0) << result.error;
-  EXPECT_TRUE(std::regex_search(result.output,
-                                std::regex("^\\[MEMORY\\] Virtual: [0-9 ]+[GMK]B\t[0-9 ]+[GMK]B\t[0-9 ]+[GMK]B\t"
-                                           "Physical:[0-9 ]+[GMK]B\t[0-9 ]+[GMK]B\t[0-9 ]+[GMK]B\n")))
+  EXPECT_TRUE(
+      std::regex_search(result.output, std::regex("^\\[MEMORY\\] Virtual: [0-9 ]+[GMK]B\t[0-9 ]+[GMK]B\t[0-9 ]+[GMK]B\t"
+                                                  "Physical:[0-9 ]+[GMK]B\t[0-9 ]+[GMK]B\t[0-9 ]+[GMK]B\n")))
       << result.output;
   EXPECT_NE(result.output.find("virtual (commit)"), std::string::npos);
   EXPECT_NE(result.output.find("physical"), std::string::npos);

@@ -45,8 +45,8 @@ std::vector<std::string> Arguments::rest()
 std::uint64_t parseNumber(const std::string& option, const std::string& text, std::uint64_t maximum)
 {
   const auto bad = [&] {
-    return UsageError("option '" + option + "' takes a whole number from 0 to " + std::to_string(maximum)
-                      + ", not '" + text + "'");
+    return UsageError("option '" + option + "' takes a whole number from 0 to " + std::to_string(maximum) + ", not '" +
+                      text + "'");
   };
   if (text.empty() || text.size() > 19) {
     throw bad();

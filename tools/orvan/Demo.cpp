@@ -207,8 +207,8 @@ int demoCommand(Arguments& arguments)
         const bool same = sameContent(source, copy);
         step.traceIntermediate(same ? "the copy is identical" : "the copy differs");
         steps.report("fetch it with a progress bar", same,
-                     formatBytes(outcome.bytes) + " in " + formatSeconds(outcome.seconds)
-                         + (same ? ", identical byte for byte" : ", the copy DIFFERS"));
+                     formatBytes(outcome.bytes) + " in " + formatSeconds(outcome.seconds) +
+                         (same ? ", identical byte for byte" : ", the copy DIFFERS"));
       } else {
         steps.report("fetch it with a progress bar", false,
                      outcome.status == FetchOutcome::Status::Cancelled ? std::string("cancelled") : outcome.error);

@@ -118,7 +118,8 @@ std::string connectionFailure(const Core::FileInfo& finfo, const std::exception&
   const std::string text = error.what();
   const std::string resolver = "getaddrinfo() returned: ";
   if (text.rfind(resolver, 0) == 0) {
-    return "cannot resolve " + finfo.address + name + Platform::resolverMessage(std::atoi(text.c_str() + resolver.size()));
+    return "cannot resolve " + finfo.address + name +
+           Platform::resolverMessage(std::atoi(text.c_str() + resolver.size()));
   }
   return "cannot connect to " + where + name + text;
 }
@@ -370,9 +371,9 @@ int fetchCommand(Arguments& arguments)
   case FetchOutcome::Status::Done: {
     if (logOptions.verbosity != Verbosity::Quiet) {
       const double rate = outcome.seconds > 0.0 ? static_cast<double>(outcome.bytes) / outcome.seconds : 0.0;
-      Console::instance().message("Fetched " + formatBytes(outcome.bytes) + " in " + formatSeconds(outcome.seconds)
-                                  + " (" + formatBytes(static_cast<unsigned long long>(rate)) + "/s) to "
-                                  + (output.empty() ? std::string("standard output") : "'" + toString(output) + "'"));
+      Console::instance().message("Fetched " + formatBytes(outcome.bytes) + " in " + formatSeconds(outcome.seconds) +
+                                  " (" + formatBytes(static_cast<unsigned long long>(rate)) + "/s) to " +
+                                  (output.empty() ? std::string("standard output") : "'" + toString(output) + "'"));
     }
     return EXIT_OK;
   }

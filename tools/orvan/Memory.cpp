@@ -24,7 +24,8 @@ bool pauseUnlessCancelled(std::chrono::milliseconds pause, const Core::Process::
     if (now >= end) {
       return true;
     }
-    std::this_thread::sleep_for(std::min<std::chrono::steady_clock::duration>(end - now, std::chrono::milliseconds(20)));
+    std::this_thread::sleep_for(
+        std::min<std::chrono::steady_clock::duration>(end - now, std::chrono::milliseconds(20)));
   }
   return false;
 }

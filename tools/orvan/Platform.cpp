@@ -1,7 +1,7 @@
 #include "Platform.h"
 
 #ifdef _WIN32
-#include "Platform_windows.inc"
+#  include "Platform_windows.inc"
 #else
-#include "Platform_posix.inc"
+#  include "Platform_posix.inc"
 #endif

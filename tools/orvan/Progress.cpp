@@ -32,8 +32,7 @@ std::string rateText(double rate)
 
 ProgressDisplay::ProgressDisplay(const std::shared_ptr<Core::Process::Progression::ProgressionObservable>& observable,
                                  const TransferState& state)
-    : ProgressionObserver(observable,
-                          Console::instance().terminal() ? TERMINAL_PERIOD_MS : PLAIN_PERIOD_MS,
+    : ProgressionObserver(observable, Console::instance().terminal() ? TERMINAL_PERIOD_MS : PLAIN_PERIOD_MS,
                           DeferredStart{})
     , state(state)
     , terminal(Console::instance().terminal())

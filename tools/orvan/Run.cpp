@@ -69,8 +69,8 @@ int runCommand(Arguments& arguments)
     if (word.text == "--cwd") {
       workingDirectory = arguments.value(word);
       std::error_code error;
-      if (workingDirectory.empty()
-          || !std::filesystem::is_directory(Utils::FileHelper::toPath(workingDirectory), error)) {
+      if (workingDirectory.empty() ||
+          !std::filesystem::is_directory(Utils::FileHelper::toPath(workingDirectory), error)) {
         throw UsageError("'" + workingDirectory + "' is not a directory");
       }
     } else if (word.text == "--timeout") {
@@ -105,8 +105,8 @@ int runCommand(Arguments& arguments)
     Console::instance().message("orvan run: cannot start '" + words.front() + "': " + result.error.message());
     return result.error == std::errc::permission_denied ? EXIT_NOT_EXECUTABLE : EXIT_NOT_FOUND;
   case Outcome::TimedOut:
-    Console::instance().message("orvan run: '" + words.front() + "' timed out after " + std::to_string(*timeout)
-                                + " s and was terminated");
+    Console::instance().message("orvan run: '" + words.front() + "' timed out after " + std::to_string(*timeout) +
+                                " s and was terminated");
     return EXIT_TIMED_OUT;
   case Outcome::Cancelled:
     Console::instance().message("orvan run: cancelled; '" + words.front() + "' was terminated");

@@ -33,7 +33,8 @@ std::filesystem::path makeTemporaryDirectory(const std::string& prefix)
 {
   const std::filesystem::path base = std::filesystem::temp_directory_path();
   std::random_device device;
-  std::mt19937_64 random(device() ^ static_cast<std::uint64_t>(std::chrono::steady_clock::now().time_since_epoch().count()));
+  std::mt19937_64 random(device() ^
+                         static_cast<std::uint64_t>(std::chrono::steady_clock::now().time_since_epoch().count()));
   for (int attempt = 0; attempt < 100; ++attempt) {
     const std::filesystem::path candidate = base / (prefix + "-" + std::to_string(random() % 1000000000));
     if (std::filesystem::create_directory(candidate)) {
@@ -70,7 +71,7 @@ struct Command {
 };
 
 const Command COMMANDS[] = {
-    {"fetch", fetchCommand}, {"serve", serveCommand}, {"run", runCommand},
+    {"fetch", fetchCommand},   {"serve", serveCommand}, {"run", runCommand},
     {"memory", memoryCommand}, {"demo", demoCommand},
 };
 

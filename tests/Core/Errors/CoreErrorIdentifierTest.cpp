@@ -27,8 +27,7 @@ TEST(CoreErrorIdentifier, EveryRequestIsReportedAndStillAnswered)
 
   const auto reports = recorder.reports();
   ASSERT_EQ(reports.size(), 1u);
-  EXPECT_EQ(reports[0].message,
-            "CORE_ASSERT failed: 'errorId < Orvan::Core::ErrorManagement::CoreErrors::LAST_ERROR'");
+  EXPECT_EQ(reports[0].message, "CORE_ASSERT failed: 'errorId < Orvan::Core::ErrorManagement::CoreErrors::LAST_ERROR'");
   EXPECT_EQ(reports[0].file, "src/Core/src/ErrorManagement/CoreErrorsRegistration.cpp");
 }
 
@@ -46,7 +45,6 @@ TEST(CoreErrorIdentifier, IdentifierIsAPackageIdEnumErrorIdentifier)
 {
   AssertRecorder recorder;
   const auto identifier = ErrorIdentifierFactory::make(PackageIdentifier::Core, 9);
-  EXPECT_NE(dynamic_cast<const Orvan::Core::ErrorManagement::PackageIdEnumErrorIdentifier*>(identifier.get()),
-            nullptr);
+  EXPECT_NE(dynamic_cast<const Orvan::Core::ErrorManagement::PackageIdEnumErrorIdentifier*>(identifier.get()), nullptr);
   EXPECT_EQ(Orvan::Core::ErrorManagement::PackageIdEnumErrorIdentifier(9).getErrorId(), 9u);
 }

@@ -19,7 +19,8 @@ using namespace std::chrono_literals;
 
 namespace {
 
-const std::string FORMATS = " does not match the <filename> nor <filename>@<address>:<port>[&timeout=<timeout>] formats.";
+const std::string FORMATS =
+    " does not match the <filename> nor <filename>@<address>:<port>[&timeout=<timeout>] formats.";
 
 // The text of the runtime_error that parsing `text` throws.
 std::string rejection(const std::string& text)
@@ -404,11 +405,33 @@ TEST(FileInfoBadInput, EmbeddedNulBytesAreOrdinaryCharacters)
 TEST(FileInfoTextForm, SplitsTextsAsThePatternDoes)
 {
   const std::regex pattern("^((?:[A-Za-z]:)?[^@:]*)(?:@([^:]*):([0-9]+)(?:&timeout=([0-9]+))?)?$");
-  const std::vector<std::string> texts = {
-      "f",          "C:",         "C:f",        "C::",          "1:f",         ":f",           "C:@h:1",
-      "@h:1",       "f@h@i:1",    "f@@:1",      "f@h:1:2",      "f@h:1&",      "f@h:1&timeout", "f@h:1&timeout=1x",
-      "f@h:1x",     "f@h:",       "f@:1",       "C:\\a@b:2",    "C:a:b",       "ab:c",         "f@h:1&timeout=1&timeout=2",
-      "f&timeout=5", "f@h:01",    "f@h:1&timeout=007", "\xc3\xa9:f", "f\n@h:1",   std::string("f\0@h:1", 6)};
+  const std::vector<std::string> texts = {"f",
+                                          "C:",
+                                          "C:f",
+                                          "C::",
+                                          "1:f",
+                                          ":f",
+                                          "C:@h:1",
+                                          "@h:1",
+                                          "f@h@i:1",
+                                          "f@@:1",
+                                          "f@h:1:2",
+                                          "f@h:1&",
+                                          "f@h:1&timeout",
+                                          "f@h:1&timeout=1x",
+                                          "f@h:1x",
+                                          "f@h:",
+                                          "f@:1",
+                                          "C:\\a@b:2",
+                                          "C:a:b",
+                                          "ab:c",
+                                          "f@h:1&timeout=1&timeout=2",
+                                          "f&timeout=5",
+                                          "f@h:01",
+                                          "f@h:1&timeout=007",
+                                          "\xc3\xa9:f",
+                                          "f\n@h:1",
+                                          std::string("f\0@h:1", 6)};
   for (const std::string& text : texts) {
     std::smatch matches;
     const bool matched = std::regex_match(text, matches, pattern);

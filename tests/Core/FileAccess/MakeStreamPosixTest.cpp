@@ -162,8 +162,8 @@ TEST_F(MakeStreamPosix, AConnectionThatHangsEndsSoonAfterItsTokenIsCancelled)
   canceller.join();
   EXPECT_EQ(code, ECANCELED);
   EXPECT_LT(end - cancelled, 2s) << "a cancellation is noticed within 200 ms";
-  EXPECT_EQ(events->ids(), (std::vector<std::uint32_t>{Events::CONNECTING, Events::CANCELLED_CONNECTION,
-                                                      Events::FAILED_TO_CONNECT}));
+  EXPECT_EQ(events->ids(),
+            (std::vector<std::uint32_t>{Events::CONNECTING, Events::CANCELLED_CONNECTION, Events::FAILED_TO_CONNECT}));
 }
 
 TEST_F(MakeStreamPosix, SignalsDuringAConnectionDoNotEndIt)

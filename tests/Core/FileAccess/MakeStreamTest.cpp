@@ -31,10 +31,10 @@ using Orvan::Core::Logging::LoggingType;
 using Orvan::Core::Process::CancelationToken;
 using Orvan::Core::Process::TimeoutRetry;
 using Orvan::Testing::AssertRecorder;
-using Orvan::Testing::RecordingLogger;
 using Orvan::Testing::LoopbackServer;
 using Orvan::Testing::OutputCapture;
 using Orvan::Testing::Peer;
+using Orvan::Testing::RecordingLogger;
 using Orvan::Testing::RecordingTest;
 using Orvan::Testing::RefusingPort;
 using Orvan::Testing::TemporaryDirectory;
@@ -241,15 +241,16 @@ TEST_F(MakeStream, RemoteFileIsReadUntilTheServerCloses)
 
   const std::string target = toString(finfo);
   EXPECT_EQ(events->ids(), (std::vector<std::uint32_t>{Events::CONNECTING, Events::CONNECTED}));
-  EXPECT_EQ(events->texts(), (std::vector<std::string>{"Connecting to: '" + target + "'...",
-                                                       "Connected to: '" + target + "'."}));
+  EXPECT_EQ(events->texts(),
+            (std::vector<std::string>{"Connecting to: '" + target + "'...", "Connected to: '" + target + "'."}));
   for (const auto& entry : events->entries()) {
     EXPECT_EQ(entry.info.level, LoggingType::Info);
     EXPECT_EQ(entry.info.package, Orvan::Utils::ErrorManagement::PackageIdentifier::Core);
   }
-  EXPECT_EQ(logger->lines(), (std::vector<RecordingLogger::Line>{{LoggingType::Info, "Opening '" + target + "'\n"},
-                                                              {LoggingType::Info, "Connecting to: '" + target + "'..."},
-                                                              {LoggingType::Info, "Connected to: '" + target + "'."}}));
+  EXPECT_EQ(logger->lines(),
+            (std::vector<RecordingLogger::Line>{{LoggingType::Info, "Opening '" + target + "'\n"},
+                                                {LoggingType::Info, "Connecting to: '" + target + "'..."},
+                                                {LoggingType::Info, "Connected to: '" + target + "'."}}));
 }
 
 TEST_F(MakeStream, ServerDownWithoutPolicyFailsAfterOneAttempt)
@@ -268,7 +269,8 @@ TEST_F(MakeStream, ServerDownWithoutPolicyFailsAfterOneAttempt)
   EXPECT_EQ(events->ids(), (std::vector<std::uint32_t>{Events::CONNECTING, Events::FAILED_TO_CONNECT}));
   EXPECT_EQ(events->texts().back(), "Failed to connected to: '" + target + "'!");
   EXPECT_EQ(events->entries().back().info.level, LoggingType::Error);
-  EXPECT_EQ(logger->lines().back(), (RecordingLogger::Line{LoggingType::Error, "Failed to connected to: '" + target + "'!"}));
+  EXPECT_EQ(logger->lines().back(),
+            (RecordingLogger::Line{LoggingType::Error, "Failed to connected to: '" + target + "'!"}));
 }
 
 TEST_F(MakeStream, ZeroTimeoutUnderThePolicyIsASingleAttempt)

@@ -11,15 +11,15 @@
 #include <cstring>
 #include <iostream>
 #include <istream>
-#include <regex>
-#include <thread>
-#include <vector>
 #include <memory>
+#include <regex>
 #include <sstream>
 #include <stdexcept>
 #include <string>
 #include <system_error>
+#include <thread>
 #include <type_traits>
+#include <vector>
 
 using Orvan::Network::basic_instream;
 using Orvan::Network::basic_netbuf;

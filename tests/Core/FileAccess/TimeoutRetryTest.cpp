@@ -54,7 +54,8 @@ TEST_F(TimeoutRetryTest, RetriesUntilTheTimeoutThenReportsIt)
   EXPECT_TRUE(policy(finfo, timer));
   EXPECT_TRUE(events->entries().empty());
 
-  ASSERT_TRUE(Orvan::Testing::waitFor([&] { return timer.hasElapsed(std::chrono::duration_cast<Clock::duration>(2s)); }));
+  ASSERT_TRUE(
+      Orvan::Testing::waitFor([&] { return timer.hasElapsed(std::chrono::duration_cast<Clock::duration>(2s)); }));
   EXPECT_FALSE(policy(finfo, timer));
 
   const auto entries = events->entries();
@@ -63,8 +64,9 @@ TEST_F(TimeoutRetryTest, RetriesUntilTheTimeoutThenReportsIt)
   EXPECT_EQ(entries[0].info.package, Orvan::Utils::ErrorManagement::PackageIdentifier::Core);
   EXPECT_EQ(entries[0].info.eventId, Events::TIMEOUT_REACHED);
   EXPECT_EQ(events->texts(), std::vector<std::string>{"Timeout reached while connecting to: 'f@host:80&timeout=2'"});
-  EXPECT_EQ(logger->lines(), (std::vector<RecordingLogger::Line>{
-                                 {LoggingType::Warning, "Timeout reached while connecting to: 'f@host:80&timeout=2'"}}));
+  EXPECT_EQ(logger->lines(),
+            (std::vector<RecordingLogger::Line>{
+                {LoggingType::Warning, "Timeout reached while connecting to: 'f@host:80&timeout=2'"}}));
 }
 
 TEST_F(TimeoutRetryTest, CancelledTokenGivesUpWhateverTheTime)
@@ -142,7 +144,8 @@ TEST_F(TimeoutRetryTest, TimerReadsTheWallClock)
   // The wall clock set back by an hour during the retries: the start now
   // lies ahead of "now", so giving up comes later.
   Timer setBack = timerOf(finfo.timeout);
-  setBack.start = Clock::now() - std::chrono::duration_cast<Clock::duration>(3s) + std::chrono::duration_cast<Clock::duration>(1h);
+  setBack.start =
+      Clock::now() - std::chrono::duration_cast<Clock::duration>(3s) + std::chrono::duration_cast<Clock::duration>(1h);
   EXPECT_TRUE(policy(finfo, setBack));
 
   // Set forward by an hour: the time is up at once.

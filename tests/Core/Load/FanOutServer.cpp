@@ -4,9 +4,9 @@
 #include <utility>
 
 #if defined(_WIN32)
-#include <winsock2.h>
+#  include <winsock2.h>
 #else
-#include <sys/socket.h>
+#  include <sys/socket.h>
 #endif
 
 namespace Orvan::Testing {

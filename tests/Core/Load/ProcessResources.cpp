@@ -2,7 +2,7 @@
 
 #if defined(_WIN32)
 
-#include <windows.h>
+#  include <windows.h>
 
 namespace Orvan::Testing::ProcessResources {
 
@@ -24,11 +24,11 @@ std::optional<bool> waitingInReceive(unsigned long long /*threadId*/)
 
 #else
 
-#include <filesystem>
-#include <fstream>
-#include <string>
+#  include <filesystem>
+#  include <fstream>
+#  include <string>
 
-#include <sys/syscall.h>
+#  include <sys/syscall.h>
 
 namespace Orvan::Testing::ProcessResources {
 

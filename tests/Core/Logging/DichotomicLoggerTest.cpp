@@ -71,9 +71,8 @@ TEST(DichotomicLogger, FilteredLoggerReceivesInfoWarningAndErrorOnly)
   pair.logger.triggerLogMemory();
   output.release();
 
-  EXPECT_EQ(pair.filtered->lines(), (std::vector<Line>{{LoggingType::Info, "i"},
-                                                      {LoggingType::Warning, "w"},
-                                                      {LoggingType::Error, "e"}}));
+  EXPECT_EQ(pair.filtered->lines(),
+            (std::vector<Line>{{LoggingType::Info, "i"}, {LoggingType::Warning, "w"}, {LoggingType::Error, "e"}}));
   EXPECT_EQ(pair.filtered->memoryRequestCount(), 0);
 }
 
@@ -90,10 +89,10 @@ TEST(DichotomicLogger, CompleteLoggerReceivesEverything)
   output.release();
 
   EXPECT_EQ(pair.complete->lines(), (std::vector<Line>{{LoggingType::Info, "i"},
-                                                      {LoggingType::Warning, "w"},
-                                                      {LoggingType::Error, "e"},
-                                                      {LoggingType::Debug, "d"},
-                                                      {LoggingType::Verbose, "v"}}));
+                                                       {LoggingType::Warning, "w"},
+                                                       {LoggingType::Error, "e"},
+                                                       {LoggingType::Debug, "d"},
+                                                       {LoggingType::Verbose, "v"}}));
   EXPECT_EQ(pair.complete->memoryRequestCount(), 1);
 }
 
@@ -107,15 +106,16 @@ TEST(DichotomicLogger, WarningsAndErrorsGoToFilteredThenConsoleThenComplete)
   logger.error("disk full");
   logger.info("checked");
   logger.debug("blocks");
-  EXPECT_EQ(output.release(), "filtered warning disk almost full\n"
-                              "[WARNING] disk almost full\n"
-                              "complete warning disk almost full\n"
-                              "filtered error disk full\n"
-                              "[ERROR  ] disk full\n"
-                              "complete error disk full\n"
-                              "filtered info checked\n"
-                              "complete info checked\n"
-                              "complete debug blocks\n");
+  EXPECT_EQ(output.release(),
+            "filtered warning disk almost full\n"
+            "[WARNING] disk almost full\n"
+            "complete warning disk almost full\n"
+            "filtered error disk full\n"
+            "[ERROR  ] disk full\n"
+            "complete error disk full\n"
+            "filtered info checked\n"
+            "complete info checked\n"
+            "complete debug blocks\n");
 }
 
 TEST(DichotomicLogger, ConsoleLoggerOnTheFilteredSidePrintsWarningsTwice)
@@ -126,12 +126,13 @@ TEST(DichotomicLogger, ConsoleLoggerOnTheFilteredSidePrintsWarningsTwice)
   logger.warning("careful");
   logger.error("broken");
   logger.info("once");
-  EXPECT_EQ(output.release(), "Lib Version: 7.6.3\n"
-                              "[WARNING] careful\n"
-                              "[WARNING] careful\n"
-                              "[ERROR  ] broken\n"
-                              "[ERROR  ] broken\n"
-                              "[INFO   ] once\n");
+  EXPECT_EQ(output.release(),
+            "Lib Version: 7.6.3\n"
+            "[WARNING] careful\n"
+            "[WARNING] careful\n"
+            "[ERROR  ] broken\n"
+            "[ERROR  ] broken\n"
+            "[INFO   ] once\n");
 }
 
 TEST(DichotomicLogger, WithBothReferencesEmptyOnlyTheEchoRemains)

@@ -74,8 +74,8 @@ TEST(FileLoggerUnderLoad, EveryLineIsWholeAndTheCountIsExact)
     ASSERT_EQ(std::sscanf(line.message.c_str(), "writer %d line %d", &writer, &number), 2) << lines[i];
     ASSERT_TRUE(writer >= 0 && writer < WRITERS) << lines[i];
     ASSERT_EQ(number, nextLine[writer]) << lines[i];
-    ASSERT_EQ(line.message, "writer " + std::to_string(writer) + " line " + std::to_string(number) +
-                                std::string(number % 97, '.'));
+    ASSERT_EQ(line.message,
+              "writer " + std::to_string(writer) + " line " + std::to_string(number) + std::string(number % 97, '.'));
     ASSERT_EQ(line.level, number % 2 == 0 ? "INFO   " : "DEBUG  ");
     const auto known = writerThreads.emplace(writer, line.thread);
     ASSERT_EQ(known.first->second, line.thread) << "one writer, one thread number";

@@ -88,9 +88,9 @@ long long localMillisecondsOfDay(std::chrono::system_clock::time_point when)
 {
   const std::time_t seconds = std::chrono::system_clock::to_time_t(when);
   const std::tm local = *std::localtime(&seconds);
-  const auto fraction = std::chrono::duration_cast<std::chrono::milliseconds>(
-                            when - std::chrono::system_clock::from_time_t(seconds))
-                            .count();
+  const auto fraction =
+      std::chrono::duration_cast<std::chrono::milliseconds>(when - std::chrono::system_clock::from_time_t(seconds))
+          .count();
   return ((local.tm_hour * 60LL + local.tm_min) * 60 + local.tm_sec) * 1000 + fraction;
 }
 

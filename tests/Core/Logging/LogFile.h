@@ -109,9 +109,8 @@ inline LogLine parseLogLine(const std::string& text)
 {
   LogLine line;
   if (!Detail::digitsAt(text, 0, 2, line.hours) || text.size() < 13 || text[2] != ':' ||
-      !Detail::digitsAt(text, 3, 2, line.minutes) || text[5] != ':' ||
-      !Detail::digitsAt(text, 6, 2, line.seconds) || text[8] != '.' ||
-      !Detail::digitsAt(text, 9, 3, line.milliseconds) || text.compare(12, 2, " [") != 0) {
+      !Detail::digitsAt(text, 3, 2, line.minutes) || text[5] != ':' || !Detail::digitsAt(text, 6, 2, line.seconds) ||
+      text[8] != '.' || !Detail::digitsAt(text, 9, 3, line.milliseconds) || text.compare(12, 2, " [") != 0) {
     return line;
   }
   if (line.hours > 23 || line.minutes > 59 || line.seconds > 60) {
@@ -204,7 +203,8 @@ inline bool isMemorySample(const std::string& message)
   return true;
 }
 
-inline const char* const MEMORY_LEGEND = "[MEMORY] Virtual: PC TOTAL\t-\tPC USED\t-\tUSED BY APPLICATION\t\t"
-                                         "Physical: PC TOTAL\t-\tPC USED\t-\tUSED BY APPLICATION";
+inline const char* const MEMORY_LEGEND =
+    "[MEMORY] Virtual: PC TOTAL\t-\tPC USED\t-\tUSED BY APPLICATION\t\t"
+    "Physical: PC TOTAL\t-\tPC USED\t-\tUSED BY APPLICATION";
 
 } // namespace Orvan::Testing

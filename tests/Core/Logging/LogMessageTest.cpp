@@ -74,8 +74,9 @@ TEST_F(LogMessage, UnknownTypeReportsTheUnreachableBranchAndLogsNothing)
   const auto reports = recorder.reports();
   ASSERT_EQ(reports.size(), 2u);
   for (const auto& report : reports) {
-    EXPECT_EQ(report.message, "CORE_NEVER_COME_HERE triggered: '\"Added a new LoggingType? This switch case "
-                              "needs to be updated\"'");
+    EXPECT_EQ(report.message,
+              "CORE_NEVER_COME_HERE triggered: '\"Added a new LoggingType? This switch case "
+              "needs to be updated\"'");
     EXPECT_EQ(report.file, "src/Core/include/Core/Logging/LoggingCallbackPrivate.h");
     EXPECT_EQ(report.line, 73u);
   }

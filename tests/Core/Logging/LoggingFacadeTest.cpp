@@ -40,7 +40,10 @@ struct ChoosyTranslator : ErrorTranslator {
 
   bool canTranslate(const std::exception&) const override { return ++questions, acceptException; }
   bool canTranslate(const ReturnStatus&) const override { return ++questions, acceptStatus; }
-  std::string translate(const std::exception& e) const override { return ++translations, "E<" + std::string(e.what()) + ">"; }
+  std::string translate(const std::exception& e) const override
+  {
+    return ++translations, "E<" + std::string(e.what()) + ">";
+  }
   std::string translate(const ReturnStatus& s) const override { return ++translations, "S<" + s.message() + ">"; }
 };
 

@@ -7,7 +7,6 @@
 #include <Utils/CoreAssert.h>
 #include <WaitFor.h>
 
-
 #include <gtest/gtest.h>
 
 #include <chrono>
@@ -149,8 +148,7 @@ TEST(MemorySampleLine, SixFiguresSeparatedByTabsWithNoTrailingTab)
   usage.physicalTotal = 12 * GIB;
   usage.physicalUsed = GIB + GIB / 2;
   usage.physicalUsedByApplication = 5 * KIB;
-  EXPECT_EQ(formatMemoryUsage(usage),
-            "[MEMORY] Virtual: 16GB\t8 000MB\t50 020KB\tPhysical:12GB\t1 512MB\t005KB");
+  EXPECT_EQ(formatMemoryUsage(usage), "[MEMORY] Virtual: 16GB\t8 000MB\t50 020KB\tPhysical:12GB\t1 512MB\t005KB");
 }
 
 TEST(MemorySpy, TakesItsFirstSampleRightAfterStart)
@@ -260,8 +258,8 @@ TEST(MemorySpy, SecondStartIsReportedFromItsFixedPlace)
   std::vector<Report> reports;
   // The handler throws, so that the second start goes no further than its
   // report (returning would replace a running thread and end the process).
-  const auto previous = Orvan::CoreAssert::setAssertHandler(
-      [&](const std::string& message, const char* file, unsigned long long line) {
+  const auto previous =
+      Orvan::CoreAssert::setAssertHandler([&](const std::string& message, const char* file, unsigned long long line) {
         reports.push_back({message, file, line});
         throw SecondStart{};
       });

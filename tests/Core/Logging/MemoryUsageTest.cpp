@@ -48,8 +48,8 @@ TEST(MemoryUsage, CaptureAgreesWithTheSystemsOwnFigures)
                 processSlack, "virtualUsedByApplication");
   expectBetween(usage.physicalTotal, before.physicalTotal, after.physicalTotal, 0, "physicalTotal");
   expectBetween(usage.physicalUsed, before.physicalUsed, after.physicalUsed, machineSlack, "physicalUsed");
-  expectBetween(usage.physicalUsedByApplication, before.physicalUsedByApplication,
-                after.physicalUsedByApplication, processSlack, "physicalUsedByApplication");
+  expectBetween(usage.physicalUsedByApplication, before.physicalUsedByApplication, after.physicalUsedByApplication,
+                processSlack, "physicalUsedByApplication");
 }
 
 TEST(MemoryUsage, FiguresAreConsistentWithOneAnother)

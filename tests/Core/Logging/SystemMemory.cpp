@@ -1,7 +1,7 @@
 #include "SystemMemory.h"
 
 #if defined(_WIN32)
-#include "SystemMemory_windows.inc"
+#  include "SystemMemory_windows.inc"
 #else
-#include "SystemMemory_posix.inc"
+#  include "SystemMemory_posix.inc"
 #endif

@@ -225,7 +225,9 @@ TEST_F(WorkflowLoggerTest, AThreadWhoseStepsHaveEndedKeepsItsEntryAtZero)
   onNewThread([] {
     WorkflowLogger step("Step", true);
     onNewThread([&step] {
-      { WorkflowLogger once("Once", true); }
+      {
+        WorkflowLogger once("Once", true);
+      }
       // The entry is there, with 0: only the level check fails.
       step.traceIntermediate("from a thread with no open step");
     });
@@ -245,7 +247,9 @@ TEST_F(WorkflowLoggerTest, DestroyingACopyWritesASecondLeaveLineAndLowersTheLeve
     WorkflowLogger outer("Outer", true);
     {
       WorkflowLogger inner("Inner", true);
-      { WorkflowLogger copy(inner); }
+      {
+        WorkflowLogger copy(inner);
+      }
       // One level lower than it would be without the copy.
       WorkflowLogger probe("Probe", true);
     }
@@ -324,9 +328,8 @@ TEST_F(WorkflowLoggerTest, LeaveLineHasOneBlankBeforeTheElapsedTimeEvenWithAnEmp
     WorkflowLogger step("", false);
     step.traceIntermediate("");
   });
-  expectLines(logger->lines(), {{LoggingType::Info, "===> "},
-                                {LoggingType::Info, "\t/ E"},
-                                {LoggingType::Info, "<===  E"}});
+  expectLines(logger->lines(),
+              {{LoggingType::Info, "===> "}, {LoggingType::Info, "\t/ E"}, {LoggingType::Info, "<===  E"}});
 }
 
 TEST_F(WorkflowLoggerTest, WithoutLoggerOrCallbackLinesAreDroppedAndNothingBreaks)
@@ -350,8 +353,7 @@ TEST_F(WorkflowLoggerTest, ThroughTheCallbackLinesCarryTheLevelWordAndTheTabs)
     WorkflowLogger inner("Inner", false);
   });
   ASSERT_EQ(texts.size(), 4u);
-  EXPECT_TRUE(std::regex_match(texts[0], std::regex(R"(\[DEBUG  \] \[ *\d+\] ===> Outer\n)")))
-      << texts[0];
+  EXPECT_TRUE(std::regex_match(texts[0], std::regex(R"(\[DEBUG  \] \[ *\d+\] ===> Outer\n)"))) << texts[0];
   EXPECT_TRUE(std::regex_match(texts[1], std::regex(R"(\[INFO   \] \[ *\d+\] \t===> Inner\n)"))) << texts[1];
   EXPECT_TRUE(std::regex_match(texts[2], std::regex(R"(\[INFO   \] \[ *\d+\] \t<=== Inner )" + ELAPSED + "\n")))
       << texts[2];

@@ -15,9 +15,9 @@
 #include <cerrno>
 #include <chrono>
 #include <csignal>
-#include <future>
 #include <cstddef>
 #include <filesystem>
+#include <future>
 #include <memory>
 #include <optional>
 #include <stdexcept>
@@ -124,8 +124,8 @@ class SystemRunPosix : public Orvan::Testing::LoggingToLines {};
 TEST_F(SystemRunPosix, WordsFollowTheShellsQuotingRulesWithoutExpansion)
 {
   const TemporaryDirectory directory;
-  const std::string command =
-      printingArguments("words.txt", R"(plain "two words" 'single $HOME' "a\"b" 'c\d' e\ f g\h "x\y" "" '' *.txt $HOME `id` ;|>)");
+  const std::string command = printingArguments(
+      "words.txt", R"(plain "two words" 'single $HOME' "a\"b" 'c\d' e\ f g\h "x\y" "" '' *.txt $HOME `id` ;|>)");
   EXPECT_EQ(System::run(command, directory.path().string(), nullptr), 0ULL);
   EXPECT_EQ(readFile(directory / "words.txt"),
             R"([plain][two words][single $HOME][a"b][c\d][e f][gh][x\y][][][*.txt][$HOME][`id`][;|>])");
@@ -182,7 +182,8 @@ TEST_F(SystemRunPosix, WorkingDirectoryThatCannotBeEnteredFailsLikeAFailedStart)
 TEST_F(SystemRunPosix, ProgramEndedBySignalReports128PlusTheSignal)
 {
   EXPECT_EQ(System::run("sh -c 'kill -9 $$'", "", nullptr), 137ULL);
-  EXPECT_EQ(log->lines().back(), (LogLine{LoggingType::Info, "Process exited with non-zero code (dec / hex) : 137 / 89"}));
+  EXPECT_EQ(log->lines().back(),
+            (LogLine{LoggingType::Info, "Process exited with non-zero code (dec / hex) : 137 / 89"}));
 }
 
 TEST_F(SystemRunPosix, ChildFindsTheProgramThroughPath)
@@ -298,10 +299,9 @@ TEST_F(SystemRunPosix, AHostIgnoringSigchldLosesTheExitCodeAndTheLogSaysWhy)
   const Lines lines = log->linesWithoutProcessId();
   ASSERT_GE(lines.size(), 2u);
   EXPECT_EQ(lines[lines.size() - 2],
-            (LogLine{LoggingType::Info, "GetExitCodeProcess : failed to get exit code : error code : " +
-                                            std::to_string(ECHILD)}));
-  EXPECT_EQ(lines.back().text.rfind("GetExitCodeProcess : the system reaped the program", 0), 0u)
-      << lines.back().text;
+            (LogLine{LoggingType::Info,
+                     "GetExitCodeProcess : failed to get exit code : error code : " + std::to_string(ECHILD)}));
+  EXPECT_EQ(lines.back().text.rfind("GetExitCodeProcess : the system reaped the program", 0), 0u) << lines.back().text;
 }
 
 namespace {

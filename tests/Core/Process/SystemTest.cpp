@@ -87,8 +87,8 @@ TEST_F(SystemRun, ProgramEndingWithThreeGivesThree)
 {
   const std::string command = Children::exitingWith(3);
   EXPECT_EQ(System::run(command, "", nullptr), 3ULL);
-  EXPECT_EQ(log->linesWithoutProcessId(),
-            (Lines{running(command), STARTED, SIGNALED, info("Process exited with non-zero code (dec / hex) : 3 / 3")}));
+  EXPECT_EQ(log->linesWithoutProcessId(), (Lines{running(command), STARTED, SIGNALED,
+                                                 info("Process exited with non-zero code (dec / hex) : 3 / 3")}));
 }
 
 TEST_F(SystemRun, ExitCodeIsLoggedInDecimalAndLowercaseHexadecimal)
@@ -123,7 +123,8 @@ TEST_F(SystemRun, EmptyCommandFailsLikeAFailedStart)
 TEST_F(SystemRun, VeryLongCommandLineGivesZeroWithoutCrash)
 {
   // 100,000 characters: one program and one long argument.
-  const std::string command = Children::exitingWith(0) + " " + std::string(100000 - 1 - Children::exitingWith(0).size(), 'x');
+  const std::string command =
+      Children::exitingWith(0) + " " + std::string(100000 - 1 - Children::exitingWith(0).size(), 'x');
   ASSERT_EQ(command.size(), 100000U);
   EXPECT_EQ(System::run(command, "", nullptr), 0ULL);
   const Lines lines = log->linesWithoutProcessId();
@@ -235,8 +236,7 @@ TEST_F(SystemRun, FourThreadsAtOnceEachGetTheirOwnResult)
 {
   CancelationToken token;
   const std::array<std::string, 4> commands{Children::exitingWith(0), Children::exitingWith(3),
-                                            Children::exitingWith(42),
-                                            Children::runningFor(std::chrono::seconds(30))};
+                                            Children::exitingWith(42), Children::runningFor(std::chrono::seconds(30))};
   std::array<std::optional<unsigned long long>, 4> results{99, 99, 99, 99};
   std::array<std::thread::id, 4> threadIds;
   std::vector<std::thread> threads;
@@ -258,9 +258,9 @@ TEST_F(SystemRun, FourThreadsAtOnceEachGetTheirOwnResult)
   EXPECT_EQ(results[3], std::nullopt);
   EXPECT_EQ(LogLines::withoutProcessId(log->linesOf(threadIds[0])),
             (Lines{running(commands[0]), STARTED, SIGNALED, SUCCESS}));
-  EXPECT_EQ(LogLines::withoutProcessId(log->linesOf(threadIds[1])),
-            (Lines{running(commands[1]), STARTED, SIGNALED,
-                   info("Process exited with non-zero code (dec / hex) : 3 / 3")}));
+  EXPECT_EQ(
+      LogLines::withoutProcessId(log->linesOf(threadIds[1])),
+      (Lines{running(commands[1]), STARTED, SIGNALED, info("Process exited with non-zero code (dec / hex) : 3 / 3")}));
   EXPECT_EQ(LogLines::withoutProcessId(log->linesOf(threadIds[2])),
             (Lines{running(commands[2]), STARTED, SIGNALED,
                    info("Process exited with non-zero code (dec / hex) : 42 / 2a")}));

@@ -64,7 +64,8 @@ const Level LEVELS[] = {{"INFO   ", &Logging::logInfo, true, false},
 std::string messageText(int thread, int index)
 {
   std::string text = "t" + std::to_string(thread) + "-m" + std::to_string(index) + "-";
-  text.append(static_cast<std::size_t>((index * 37 + thread * 11) % 300), static_cast<char>('a' + (index + thread) % 26));
+  text.append(static_cast<std::size_t>((index * 37 + thread * 11) % 300),
+              static_cast<char>('a' + (index + thread) % 26));
   return text;
 }
 

@@ -25,8 +25,8 @@ using Orvan::Core::Logging::LoggingType;
 using Orvan::Core::Process::Progression::ProcessProgressionLinear;
 using Orvan::Core::Process::Progression::ProcessProgressionTreeNode;
 using Orvan::Testing::AssertRecorder;
-using Orvan::Testing::OBSERVABLE_GONE;
 using Orvan::Testing::isNonDecreasingFraction;
+using Orvan::Testing::OBSERVABLE_GONE;
 using Orvan::Testing::observableOf;
 using Orvan::Testing::RecordingListener;
 using Orvan::Testing::RecordingLogger;
@@ -204,8 +204,8 @@ TEST_F(StressProgression, ObservablesDestroyedWithPokesPendingReportOnceEachAndT
     }
 
     // The listener hears of each event before it is logged.
-    ASSERT_TRUE(waitFor(
-        [&] { return listener->received().size() >= OBSERVERS && logger->lines().size() >= OBSERVERS; }));
+    ASSERT_TRUE(
+        waitFor([&] { return listener->received().size() >= OBSERVERS && logger->lines().size() >= OBSERVERS; }));
     const std::vector<Event::EventInfo> events = listener->received();
     ASSERT_EQ(events.size(), OBSERVERS);
     for (const Event::EventInfo& event : events) {
@@ -240,8 +240,7 @@ namespace {
 class CheckingObserver : public Orvan::Core::Process::Progression::ProgressionObserver {
 public:
   CheckingObserver(std::weak_ptr<Orvan::Core::Process::Progression::ProgressionObservable> observable,
-                   unsigned int period,
-                   std::atomic<int>& broken)
+                   unsigned int period, std::atomic<int>& broken)
       : ProgressionObserver(std::move(observable), period, DeferredStart{})
       , broken(broken)
       , readings(16, -1.0)

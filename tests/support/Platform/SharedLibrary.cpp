@@ -1,7 +1,7 @@
 #include "SharedLibrary.h"
 
 #if defined(_WIN32)
-#include "SharedLibrary_windows.inc"
+#  include "SharedLibrary_windows.inc"
 #else
-#include "SharedLibrary_posix.inc"
+#  include "SharedLibrary_posix.inc"
 #endif

@@ -1,7 +1,7 @@
 #include "System.h"
 
 #if defined(_WIN32)
-#include "System_windows.inc"
+#  include "System_windows.inc"
 #else
-#include "System_posix.inc"
+#  include "System_posix.inc"
 #endif

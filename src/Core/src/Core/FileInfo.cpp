@@ -139,7 +139,7 @@ FileInfo::FileInfo(const std::string& s)
   if (!matchTextForm(s, matches)) {
     throw formatError("", s);
   }
-  CORE_ASSERT(matches.size() == Utils::safe_cast< std::size_t >( Utils::Enum::count< Match >() ));
+  CORE_ASSERT(matches.size() == Utils::safe_cast<std::size_t>(Utils::Enum::count<Match>()));
 
   filename = Utils::FileHelper::toPath(std::string(text(matches, Match::FILENAME)));
   address = text(matches, Match::ADDRESS);

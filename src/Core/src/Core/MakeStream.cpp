@@ -79,8 +79,8 @@ void refuseTruncatedNames(const FileInfo& finfo)
   for (const char c : toString(finfo)) {
     shown += c == '\0' ? std::string("\\0") : std::string(1, c);
   }
-  const std::string message = std::string(finfo.isRemote() ? "The address" : "The file name") + " of '" + shown +
-                               "' holds a NUL character";
+  const std::string message =
+      std::string(finfo.isRemote() ? "The address" : "The file name") + " of '" + shown + "' holds a NUL character";
   throw std::system_error(std::make_error_code(std::errc::invalid_argument), message);
 }
 
@@ -135,7 +135,7 @@ std::unique_ptr<std::istream> connectRemote(const FileInfo& finfo, Network::Stre
     reportEvent(Logging::LoggingType::Info, Event::CONNECTING, "Connecting to: '" + target + "'...");
     try {
       auto stream = std::make_unique<Network::basic_instream<char>>(finfo.address.c_str(), finfo.port,
-                                                                     attemptLimits(finfo, timer, options));
+                                                                    attemptLimits(finfo, timer, options));
       reportEvent(Logging::LoggingType::Info, Event::CONNECTED, "Connected to: '" + target + "'.");
       return stream;
     } catch (const std::system_error& error) {

@@ -23,13 +23,13 @@ ORVAN_UTILS_EXPORT void assertFailed(const std::string& message, const char* fil
 
 // Reports `condition` when it is false. The condition is evaluated like the
 // condition of an ordinary `if`, every time the macro is reached.
-#define CORE_ASSERT(condition)                                                                   \
-  do {                                                                                           \
-    if (!(condition)) {                                                                          \
-      ::Orvan::CoreAssert::assertFailed("CORE_ASSERT failed: '" #condition "'", __FILE__, __LINE__); \
-    }                                                                                            \
+#define CORE_ASSERT(condition)                                                                                         \
+  do {                                                                                                                 \
+    if (!(condition)) {                                                                                                \
+      ::Orvan::CoreAssert::assertFailed("CORE_ASSERT failed: '" #condition "'", __FILE__, __LINE__);                   \
+    }                                                                                                                  \
   } while (false)
 
 // Marks a place control must never reach; `text` is a string literal.
-#define CORE_NEVER_COME_HERE(text) \
+#define CORE_NEVER_COME_HERE(text)                                                                                     \
   ::Orvan::CoreAssert::assertFailed("CORE_NEVER_COME_HERE triggered: '" #text "'", __FILE__, __LINE__)

@@ -241,7 +241,11 @@ TEST(ProcessProgressionTreeNode, DestroysParentsBeforeChildrenAndSiblingsInOrder
 {
   std::vector<std::string> destroyed;
   struct Named : ProcessProgressionTreeNode {
-    Named(std::string name, std::vector<std::string>& destroyed) : name(std::move(name)), destroyed(destroyed) {}
+    Named(std::string name, std::vector<std::string>& destroyed)
+        : name(std::move(name))
+        , destroyed(destroyed)
+    {
+    }
     ~Named() override { destroyed.push_back(name); }
     std::string name;
     std::vector<std::string>& destroyed;

@@ -98,7 +98,7 @@ struct ThreeLevelTree {
   }
 
   std::shared_ptr<Progression::ProcessProgressionTreeNode> root =
-    std::make_shared<Progression::ProcessProgressionTreeNode>();
+      std::make_shared<Progression::ProcessProgressionTreeNode>();
   std::vector<Progression::ProcessProgressionTreeNode*> parents;
   std::vector<Progression::ProcessProgressionLinear*> counters;
 };

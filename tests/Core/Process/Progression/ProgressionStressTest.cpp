@@ -33,7 +33,8 @@ constexpr unsigned long long TOTAL = 1000000;
 // An observer set up from a thread while the tree keeps changing. The poke
 // right after construction hands the finished object to the observer's thread
 // (through the filter's lock) before its first period ends.
-std::unique_ptr<RecordingObserver> observe(const ThreeLevelTree& tree, ProcessProgressionTreeNode* node, unsigned int period)
+std::unique_ptr<RecordingObserver> observe(const ThreeLevelTree& tree, ProcessProgressionTreeNode* node,
+                                           unsigned int period)
 {
   auto observer = std::make_unique<RecordingObserver>(observableOf(tree.root, node), period);
   observer->onObservableChanged();

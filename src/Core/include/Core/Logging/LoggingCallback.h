@@ -65,8 +65,9 @@ template<class T>
 void makeContent(std::stringstream& stream, const T& value);
 
 template<>
-ORVAN_CORE_EXPORT void makeContent<Utils::ErrorManagement::ReturnStatus>(
-    std::stringstream& stream, const Utils::ErrorManagement::ReturnStatus& value);
+ORVAN_CORE_EXPORT void
+makeContent<Utils::ErrorManagement::ReturnStatus>(std::stringstream& stream,
+                                                  const Utils::ErrorManagement::ReturnStatus& value);
 
 template<>
 ORVAN_CORE_EXPORT void makeContent<std::exception>(std::stringstream& stream, const std::exception& value);

@@ -41,8 +41,9 @@ ORVAN_CORE_EXPORT std::string formatMemorySize(std::uint64_t bytes);
 ORVAN_CORE_EXPORT std::string formatMemoryUsage(const MemoryUsageCapture& usage);
 
 // The column legend written once per attached spy, before its samples.
-inline constexpr const char* MEMORY_LEGEND = "[MEMORY] Virtual: PC TOTAL\t-\tPC USED\t-\tUSED BY APPLICATION\t\t"
-                                             "Physical: PC TOTAL\t-\tPC USED\t-\tUSED BY APPLICATION";
+inline constexpr const char* MEMORY_LEGEND =
+    "[MEMORY] Virtual: PC TOTAL\t-\tPC USED\t-\tUSED BY APPLICATION\t\t"
+    "Physical: PC TOTAL\t-\tPC USED\t-\tUSED BY APPLICATION";
 
 // Samples the memory use on a thread of its own and hands each sample, as one
 // "[MEMORY] Virtual: ..." line, to a logger at the verbose level. A file

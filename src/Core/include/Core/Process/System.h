@@ -24,8 +24,7 @@ namespace Orvan::Core::System {
 //
 //   const auto code = System::run("tar xf data.tar", "/tmp/work", &token);
 //   if (!code) { /* cancelled */ }
-ORVAN_CORE_EXPORT std::optional<unsigned long long> run(const std::string& command,
-                                                        const std::string& workingDirectory,
+ORVAN_CORE_EXPORT std::optional<unsigned long long> run(const std::string& command, const std::string& workingDirectory,
                                                         const Process::CancelationToken* token);
 
 } // namespace Orvan::Core::System

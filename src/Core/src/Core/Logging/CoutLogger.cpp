@@ -39,9 +39,7 @@ void CoutLogger::verbose(const std::string& message)
   writeLine(consoleTag(LoggingType::Verbose), message);
 }
 
-void CoutLogger::triggerLogMemory()
-{
-}
+void CoutLogger::triggerLogMemory() {}
 
 void CoutLogger::writeLine(const char* tag, const std::string& message)
 {

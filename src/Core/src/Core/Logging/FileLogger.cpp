@@ -100,9 +100,9 @@ struct FileLogger::Impl {
   // read once: the time of day and the milliseconds come from one reading.
   std::size_t formatPrefix(char* buffer, const char* word, std::size_t wordLength)
   {
-    const auto sinceEpoch = std::chrono::duration_cast<std::chrono::milliseconds>(
-                                std::chrono::system_clock::now().time_since_epoch())
-                                .count();
+    const auto sinceEpoch =
+        std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::system_clock::now().time_since_epoch())
+            .count();
     auto seconds = sinceEpoch / 1000;
     auto milliseconds = sinceEpoch % 1000;
     if (milliseconds < 0) {

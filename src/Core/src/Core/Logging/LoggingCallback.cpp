@@ -20,8 +20,8 @@ std::weak_ptr<TraductionInterface::ErrorTranslator> sTranslator;
 std::string formatCallbackMessage(LoggingType type, const std::string& message)
 {
   std::stringstream text;
-  text << '[' << levelWord(type) << ']' << " [" << std::setw(6) << std::setfill(' ')
-       << Platform::currentThreadId() << "] " << message << std::endl;
+  text << '[' << levelWord(type) << ']' << " [" << std::setw(6) << std::setfill(' ') << Platform::currentThreadId()
+       << "] " << message << std::endl;
   return text.str();
 }
 

@@ -46,10 +46,10 @@ std::string formatMemorySize(std::uint64_t bytes)
 std::string formatMemoryUsage(const MemoryUsageCapture& usage)
 {
   std::ostringstream text;
-  text << "[MEMORY] Virtual: " << formatMemorySize(usage.virtualTotal) << '\t'
-       << formatMemorySize(usage.virtualUsed) << '\t' << formatMemorySize(usage.virtualUsedByApplication)
-       << '\t' << "Physical:" << formatMemorySize(usage.physicalTotal) << '\t'
-       << formatMemorySize(usage.physicalUsed) << '\t' << formatMemorySize(usage.physicalUsedByApplication);
+  text << "[MEMORY] Virtual: " << formatMemorySize(usage.virtualTotal) << '\t' << formatMemorySize(usage.virtualUsed)
+       << '\t' << formatMemorySize(usage.virtualUsedByApplication) << '\t'
+       << "Physical:" << formatMemorySize(usage.physicalTotal) << '\t' << formatMemorySize(usage.physicalUsed) << '\t'
+       << formatMemorySize(usage.physicalUsedByApplication);
   return text.str();
 }
 

@@ -176,7 +176,8 @@ void basic_netbuf<CharT, Traits, BUFFER_SIZE>::awaitData()
 {
   using Clock = std::chrono::steady_clock;
   const bool idleLimit = limits.idleTimeout.count() > 0;
-  const Clock::time_point idleEnd = idleLimit ? Core::Timing::deadlineAfter(limits.idleTimeout) : Clock::time_point::max();
+  const Clock::time_point idleEnd =
+      idleLimit ? Core::Timing::deadlineAfter(limits.idleTimeout) : Clock::time_point::max();
   for (;;) {
     if (Core::Process::isCancelRequested(limits.token)) {
       throw std::system_error(std::make_error_code(std::errc::operation_canceled),
@@ -226,7 +227,8 @@ typename Traits::int_type basic_netbuf<CharT, Traits, BUFFER_SIZE>::underflow()
     break;
   }
   case Core::StreamDiagnostics::Log:
-    Core::Logging::logMessage(Core::Logging::LoggingType::Debug, "Read: ", received, " b. from ", endpoint(address, port));
+    Core::Logging::logMessage(Core::Logging::LoggingType::Debug, "Read: ", received, " b. from ",
+                              endpoint(address, port));
     break;
   case Core::StreamDiagnostics::Silent:
     break;
@@ -237,8 +239,7 @@ typename Traits::int_type basic_netbuf<CharT, Traits, BUFFER_SIZE>::underflow()
 }
 
 template<class CharT, class Traits>
-basic_instream<CharT, Traits>::basic_instream(const char* address, unsigned short port,
-                                              const StreamLimits& limits)
+basic_instream<CharT, Traits>::basic_instream(const char* address, unsigned short port, const StreamLimits& limits)
     : std::basic_istream<CharT, Traits>(nullptr)
     , buffer(address, port, limits)
 {

@@ -1,7 +1,7 @@
 #include "Child.h"
 
 #if defined(_WIN32)
-#include "Child_windows.inc"
+#  include "Child_windows.inc"
 #else
-#include "Child_posix.inc"
+#  include "Child_posix.inc"
 #endif

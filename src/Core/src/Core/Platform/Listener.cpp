@@ -1,7 +1,7 @@
 #include "Listener.h"
 
 #if defined(_WIN32)
-#include "Listener_windows.inc"
+#  include "Listener_windows.inc"
 #else
-#include "Listener_posix.inc"
+#  include "Listener_posix.inc"
 #endif

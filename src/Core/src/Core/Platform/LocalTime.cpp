@@ -1,7 +1,7 @@
 #include "LocalTime.h"
 
 #if defined(_WIN32)
-#include "LocalTime_windows.inc"
+#  include "LocalTime_windows.inc"
 #else
-#include "LocalTime_posix.inc"
+#  include "LocalTime_posix.inc"
 #endif

@@ -1,7 +1,7 @@
 #include "LogFile.h"
 
 #if defined(_WIN32)
-#include "LogFile_windows.inc"
+#  include "LogFile_windows.inc"
 #else
-#include "LogFile_posix.inc"
+#  include "LogFile_posix.inc"
 #endif

@@ -1,7 +1,7 @@
 #include "MemoryUsage.h"
 
 #if defined(_WIN32)
-#include "MemoryUsage_windows.inc"
+#  include "MemoryUsage_windows.inc"
 #else
-#include "MemoryUsage_posix.inc"
+#  include "MemoryUsage_posix.inc"
 #endif

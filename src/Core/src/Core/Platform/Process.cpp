@@ -1,7 +1,7 @@
 #include "Process.h"
 
 #if defined(_WIN32)
-#include "Process_windows.inc"
+#  include "Process_windows.inc"
 #else
-#include "Process_posix.inc"
+#  include "Process_posix.inc"
 #endif

@@ -1,7 +1,7 @@
 #include "SharedFile.h"
 
 #if defined(_WIN32)
-#include "SharedFile_windows.inc"
+#  include "SharedFile_windows.inc"
 #else
-#include "SharedFile_posix.inc"
+#  include "SharedFile_posix.inc"
 #endif

@@ -1,7 +1,7 @@
 #include "Socket.h"
 
 #if defined(_WIN32)
-#include "Socket_windows.inc"
+#  include "Socket_windows.inc"
 #else
-#include "Socket_posix.inc"
+#  include "Socket_posix.inc"
 #endif

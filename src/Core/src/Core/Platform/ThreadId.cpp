@@ -1,7 +1,7 @@
 #include "ThreadId.h"
 
 #if defined(_WIN32)
-#include "ThreadId_windows.inc"
+#  include "ThreadId_windows.inc"
 #else
-#include "ThreadId_posix.inc"
+#  include "ThreadId_posix.inc"
 #endif

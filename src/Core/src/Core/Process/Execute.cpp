@@ -35,8 +35,8 @@ std::error_code refusal(const ExecuteOptions& options)
 {
   const auto holdsNul = [](const std::string& text) { return text.find('\0') != std::string::npos; };
   if (options.arguments.empty() || options.arguments.front().empty() ||
-      std::any_of(options.arguments.begin(), options.arguments.end(), holdsNul) ||
-      holdsNul(options.workingDirectory) || options.standardInput == StreamMode::Capture) {
+      std::any_of(options.arguments.begin(), options.arguments.end(), holdsNul) || holdsNul(options.workingDirectory) ||
+      options.standardInput == StreamMode::Capture) {
     return std::make_error_code(std::errc::invalid_argument);
   }
   for (const auto& [name, value] : options.environment) {

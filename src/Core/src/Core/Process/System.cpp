@@ -83,8 +83,7 @@ private:
 
 } // namespace
 
-std::optional<unsigned long long> run(const std::string& command,
-                                      const std::string& workingDirectory,
+std::optional<unsigned long long> run(const std::string& command, const std::string& workingDirectory,
                                       const Process::CancelationToken* token)
 {
   logMessage(LoggingType::Info, "Running: '", command, "'\n\tfrom: '", workingDirectory, "'");
@@ -94,8 +93,8 @@ std::optional<unsigned long long> run(const std::string& command,
   HandleCloser closer(process);
 
   if (!started) {
-    logMessage(LoggingType::Error, "CreateProcess : Cannot initialize process, error code : ",
-               Platform::lastSystemError());
+    logMessage(LoggingType::Error,
+               "CreateProcess : Cannot initialize process, error code : ", Platform::lastSystemError());
     SystemCode exitCode = 0;
     if (Platform::readExitCode(process, exitCode)) {
       reportExitCode(exitCode);

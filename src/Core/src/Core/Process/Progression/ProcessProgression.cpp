@@ -3,12 +3,14 @@
 namespace Orvan::Core::Process::Progression {
 
 ProcessProgression::ProcessProgressionToken::ProcessProgressionToken(ProcessProgression& progression)
-    : detached(false), progression(progression)
+    : detached(false)
+    , progression(progression)
 {
 }
 
 ProcessProgression::ProcessProgressionToken::ProcessProgressionToken(ProcessProgressionToken&& other)
-    : detached(false), progression(other.progression)
+    : detached(false)
+    , progression(other.progression)
 {
   other.detached = true;
 }

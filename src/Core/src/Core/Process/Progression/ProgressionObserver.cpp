@@ -1,5 +1,5 @@
-#include <Core/Process/Progression/ProgressionObserver.h>
 #include <Core/Process/Progression/ProgressionObservable.h>
+#include <Core/Process/Progression/ProgressionObserver.h>
 
 #include <Core/Event/CoreEvents.h>
 #include <Core/Event/Event.h>
@@ -24,8 +24,8 @@ namespace {
 
 void reportObservableGone()
 {
-  Event::logEvent(Event::LoggingEventInfo{Logging::LoggingType::Warning, Utils::ErrorManagement::PackageIdentifier::Core,
-                                          Event::OBSERVABLE_DESTROYED},
+  Event::logEvent(Event::LoggingEventInfo{Logging::LoggingType::Warning,
+                                          Utils::ErrorManagement::PackageIdentifier::Core, Event::OBSERVABLE_DESTROYED},
                   Event::EventValue(std::string("Observable has been destroyed while observer were still listenning")));
 }
 
@@ -37,7 +37,9 @@ void reportObservableGone()
 class ProgressionObserver::TimeFilter {
 public:
   TimeFilter(ProgressionObserver& observer, std::weak_ptr<ProgressionObservable> observable, unsigned int period)
-      : observer(&observer), observable(std::move(observable)), period(period)
+      : observer(&observer)
+      , observable(std::move(observable))
+      , period(period)
   {
   }
 
@@ -92,7 +94,9 @@ public:
     // once we have held its mutex, it is either waiting (and the notification
     // reaches it) or will check the flag again before it waits. This also
     // lets a delivery in progress finish before stopping returns.
-    { const std::lock_guard lock(mutex); }
+    {
+      const std::lock_guard lock(mutex);
+    }
     wakeUp.notify_one();
   }
 
@@ -145,10 +149,10 @@ ProgressionObserver::ProgressionObserver(std::weak_ptr<ProgressionObservable> ob
   startObserving();
 }
 
-ProgressionObserver::ProgressionObserver(std::weak_ptr<ProgressionObservable> observable,
-                                         unsigned int period,
+ProgressionObserver::ProgressionObserver(std::weak_ptr<ProgressionObservable> observable, unsigned int period,
                                          DeferredStart)
-    : timeFilter(std::make_unique<TimeFilter>(*this, observable, period)), observable(std::move(observable))
+    : timeFilter(std::make_unique<TimeFilter>(*this, observable, period))
+    , observable(std::move(observable))
 {
 }
 
