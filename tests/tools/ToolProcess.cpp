@@ -178,19 +178,6 @@ unsigned short freePort()
   return ntohs(address.sin_port);
 }
 
-std::filesystem::path findOnPath(const std::string& name)
-{
-  const char* path = std::getenv("PATH");
-  std::stringstream entries(path != nullptr ? path : "");
-  for (std::string entry; std::getline(entries, entry, ':');) {
-    const auto candidate = std::filesystem::path(entry.empty() ? "." : entry) / name;
-    if (::access(candidate.c_str(), X_OK) == 0) {
-      return candidate;
-    }
-  }
-  return {};
-}
-
 std::string randomBytes(std::size_t size, unsigned seed)
 {
   std::string bytes(size, '\0');

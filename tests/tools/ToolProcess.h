@@ -58,9 +58,6 @@ ToolResult runTool(const std::vector<std::string>& arguments, const std::filesys
 // A loopback port on which nothing listens (it was free a moment ago).
 unsigned short freePort();
 
-// The program found through PATH, or an empty path.
-std::filesystem::path findOnPath(const std::string& name);
-
 // `size` bytes that no pattern could fake.
 std::string randomBytes(std::size_t size, unsigned seed);
 

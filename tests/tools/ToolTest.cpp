@@ -1,5 +1,6 @@
 // The orvan program, run as a user runs it.
 
+#include "RequiredProgram_posix.h"
 #include "TemporaryDirectory.h"
 #include "ToolProcess.h"
 #include "WaitFor.h"
@@ -285,13 +286,7 @@ TEST(OrvanServeFetch, ChunkLinesGoToTheLogFile)
 
 TEST(OrvanSocat, FetchFromSocat)
 {
-  const std::filesystem::path socat = findOnPath("socat");
-  if (socat.empty()) {
-    if (std::getenv("CI") != nullptr) {
-      FAIL() << "socat is not installed; the test setup must install it";
-    }
-    GTEST_SKIP() << "socat is not installed (apt-get install socat); skipped outside CI";
-  }
+  ORVAN_REQUIRE_PROGRAM(socat, "socat")
   TemporaryDirectory directory;
   const std::string content = randomBytes(3 * 1024 * 1024 + 17, 12345);
   writeFile(directory / "served.bin", content);
@@ -308,13 +303,7 @@ TEST(OrvanSocat, FetchFromSocat)
 
 TEST(OrvanSocat, SlowTransferShowsAPlainLineEveryFewSeconds)
 {
-  const std::filesystem::path socat = findOnPath("socat");
-  if (socat.empty()) {
-    if (std::getenv("CI") != nullptr) {
-      FAIL() << "socat is not installed; the test setup must install it";
-    }
-    GTEST_SKIP() << "socat is not installed (apt-get install socat); skipped outside CI";
-  }
+  ORVAN_REQUIRE_PROGRAM(socat, "socat")
   TemporaryDirectory directory;
   const unsigned short port = freePort();
   // 100 kB a second for five seconds.

@@ -7,6 +7,7 @@
 #include <Core/FileInfo.h>
 #include <Core/Process/TimeoutRetry.h>
 #include <OutputCapture.h>
+#include <RequiredProgram_posix.h>
 #include <TemporaryDirectory.h>
 #include <WaitFor.h>
 
@@ -34,19 +35,6 @@ using Orvan::Testing::TemporaryDirectory;
 namespace Events = Orvan::Core::Event;
 
 namespace {
-
-std::filesystem::path findOnPath(const std::string& program)
-{
-  const char* path = std::getenv("PATH");
-  std::istringstream directories(path != nullptr ? path : "");
-  for (std::string directory; std::getline(directories, directory, ':');) {
-    const std::filesystem::path candidate = std::filesystem::path(directory.empty() ? "." : directory) / program;
-    if (::access(candidate.c_str(), X_OK) == 0) {
-      return candidate;
-    }
-  }
-  return {};
-}
 
 // A port that was free a moment ago.
 unsigned short freePort()
@@ -104,13 +92,7 @@ class Socat : public RecordingTest {};
 
 TEST_F(Socat, FileServedBySocatArrivesByteForByte)
 {
-  const std::filesystem::path socat = findOnPath("socat");
-  if (socat.empty()) {
-    if (std::getenv("CI") != nullptr) {
-      FAIL() << "socat is not installed; the test setup must install it";
-    }
-    GTEST_SKIP() << "socat is not installed (apt-get install socat); skipped outside CI";
-  }
+  ORVAN_REQUIRE_PROGRAM(socat, "socat")
 
   TemporaryDirectory directory;
   const auto file = directory / "served.bin";

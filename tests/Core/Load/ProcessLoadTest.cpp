@@ -3,6 +3,7 @@
 // before.
 #include "ProcessResources.h"
 
+#include <ChildProcesses_posix.h>
 #include <Core/Logging/Logger.h>
 #include <Core/Logging/LoggingCallback.h>
 #include <Core/Process/CancelationToken.h>
@@ -29,26 +30,11 @@ namespace Logging = Orvan::Core::Logging;
 namespace System = Orvan::Core::System;
 namespace ProcessResources = Orvan::Testing::ProcessResources;
 using Orvan::Core::Process::CancelationToken;
+using Orvan::Testing::hasNoChild;
+using Orvan::Testing::threadCount;
 using namespace std::chrono_literals;
 
 namespace {
-
-std::size_t threadCount()
-{
-  std::size_t count = 0;
-  for ([[maybe_unused]] const auto& entry : std::filesystem::directory_iterator("/proc/self/task")) {
-    ++count;
-  }
-  return count;
-}
-
-// True when this process has no child at all, running or zombie. The child
-// that would be found is left as it is.
-bool hasNoChild()
-{
-  siginfo_t information{};
-  return ::waitid(P_ALL, 0, &information, WEXITED | WNOHANG | WNOWAIT) == -1 && errno == ECHILD;
-}
 
 // What a process holds that a run could leave behind.
 struct Holdings {

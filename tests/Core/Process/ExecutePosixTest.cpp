@@ -1,5 +1,6 @@
 // What only POSIX systems show of execute: signals, process groups, and the
 // descriptors, threads and children left behind.
+#include <ChildProcesses_posix.h>
 #include <Core/Process/CancelationToken.h>
 #include <Core/Process/Execute.h>
 #include <TemporaryDirectory.h>
@@ -24,7 +25,10 @@ using Orvan::Core::Process::execute;
 using Orvan::Core::Process::ExecuteOptions;
 using Orvan::Core::Process::ExecuteResult;
 using Orvan::Core::Process::StreamMode;
+using Orvan::Testing::hasNoChild;
+using Orvan::Testing::openDescriptorCount;
 using Orvan::Testing::TemporaryDirectory;
+using Orvan::Testing::threadCount;
 using Outcome = ExecuteResult::Outcome;
 using namespace std::chrono_literals;
 
@@ -37,21 +41,6 @@ ExecuteOptions shell(const std::string& script)
   options.standardOutput = StreamMode::Capture;
   options.standardError = StreamMode::Capture;
   return options;
-}
-
-std::size_t entriesOf(const char* directory)
-{
-  std::size_t count = 0;
-  for ([[maybe_unused]] const auto& entry : std::filesystem::directory_iterator(directory)) {
-    ++count;
-  }
-  return count;
-}
-
-bool hasNoChild()
-{
-  siginfo_t information{};
-  return ::waitid(P_ALL, 0, &information, WEXITED | WNOHANG | WNOWAIT) == -1 && errno == ECHILD;
 }
 
 bool groupIsGone(pid_t group)
@@ -130,15 +119,15 @@ TEST(ExecutePosix, TheProgramInheritsOnlyTheStandardDescriptors)
 
 TEST(ExecutePosix, AThousandRunsLeaveNoDescriptorThreadOrChild)
 {
-  const std::size_t descriptors = entriesOf("/proc/self/fd");
-  const std::size_t threads = entriesOf("/proc/self/task");
+  const std::size_t descriptors = openDescriptorCount();
+  const std::size_t threads = threadCount();
   for (int run = 0; run < 1000; ++run) {
     const ExecuteResult result = execute(shell("echo out; echo err >&2"));
     ASSERT_EQ(result.outcome, Outcome::Exited);
     ASSERT_EQ(result.standardOutput, "out\n");
     ASSERT_EQ(result.standardError, "err\n");
   }
-  EXPECT_EQ(entriesOf("/proc/self/fd"), descriptors);
-  EXPECT_EQ(entriesOf("/proc/self/task"), threads);
+  EXPECT_EQ(openDescriptorCount(), descriptors);
+  EXPECT_EQ(threadCount(), threads);
   EXPECT_TRUE(hasNoChild());
 }

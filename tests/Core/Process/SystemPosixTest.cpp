@@ -7,6 +7,7 @@
 #include <Core/Process/System.h>
 #include <TemporaryDirectory.h>
 
+#include <ChildProcesses_posix.h>
 #include <WaitFor.h>
 
 #include <gtest/gtest.h>
@@ -41,30 +42,15 @@ namespace Logging = Orvan::Core::Logging;
 namespace System = Orvan::Core::System;
 using Logging::LoggingType;
 using Orvan::Core::Process::CancelationToken;
+using Orvan::Testing::hasNoChild;
 using Orvan::Testing::LogLine;
 using Orvan::Testing::LogLines;
+using Orvan::Testing::openDescriptorCount;
 using Orvan::Testing::readFile;
 using Orvan::Testing::TemporaryDirectory;
 using Lines = std::vector<LogLine>;
 
 namespace {
-
-std::size_t openDescriptorCount()
-{
-  std::size_t count = 0;
-  for ([[maybe_unused]] const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
-    ++count;
-  }
-  return count;
-}
-
-// True when this process has no child at all, running or zombie. Asks
-// without reaping, so that it cannot hide a zombie the library left.
-bool hasNoChild()
-{
-  siginfo_t information{};
-  return ::waitid(P_ALL, 0, &information, WEXITED | WNOHANG | WNOWAIT) == -1 && errno == ECHILD;
-}
 
 // A command that writes its arguments, each in brackets, into `file`
 // (relative to its working directory).
