@@ -134,7 +134,7 @@ TEST(OrvanTerminal, RemoteFetchDrawsABarThatEndsAtOneHundredPercent)
   expectBarEndsAtOneHundredPercent(run);
   EXPECT_TRUE(readFile(directory / "copy.bin") == content);
   server.signal(SIGINT);
-  EXPECT_EQ(server.wait(), 0);
+  EXPECT_EQ(server.wait(), 130);
 }
 
 TEST(OrvanTerminal, LocalFetchDrawsABarThatEndsAtOneHundredPercent)

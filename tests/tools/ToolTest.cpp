@@ -132,7 +132,30 @@ TEST(OrvanHelp, EveryCommandHasHelp)
     EXPECT_EQ(help.code, 0) << command;
     EXPECT_EQ(help.output.rfind("Usage: orvan " + command, 0), 0u) << help.output;
     EXPECT_EQ(help.error, "") << command;
+    const ToolResult viaHelp = runTool({"help", command});
+    EXPECT_EQ(viaHelp.code, 0) << command;
+    EXPECT_EQ(viaHelp.output, help.output) << command;
   }
+}
+
+TEST(OrvanHelp, AnUnknownOptionIsNotCalledACommand)
+{
+  const ToolResult result = runTool({"--bogus"});
+  EXPECT_EQ(result.code, 2);
+  EXPECT_NE(result.error.find("unknown option '--bogus'"), std::string::npos) << result.error;
+}
+
+TEST(OrvanArguments, ShortOptionsCombineAndTakeTheirValueFromTheSameWord)
+{
+  TemporaryDirectory directory;
+  writeFile(directory / "data.bin", "data");
+  writeFile(directory / "copy.bin", "old");
+  // -q -f -o copy.bin, in one word.
+  const ToolResult fetched =
+      runTool({"fetch", (directory / "data.bin").string(), "-qfo" + (directory / "copy.bin").string()});
+  EXPECT_EQ(fetched.code, 0) << fetched.error;
+  EXPECT_EQ(readFile(directory / "copy.bin"), "data");
+  EXPECT_EQ(fetched.error, "");
 }
 
 TEST(OrvanHelp, VersionIsTheLibrarys)
@@ -217,7 +240,7 @@ TEST(OrvanServeFetch, FetchedFileIsTheServedFileByteForByte)
   EXPECT_EQ(forced.code, 0) << forced.error;
   EXPECT_TRUE(readFile(directory / "out" / "data.bin") == content);
 
-  EXPECT_EQ(server.stop(), 0);
+  EXPECT_EQ(server.stop(), 130);
   const std::string log = server.process->error();
   EXPECT_EQ(count(log, "Client '127.0.0.1:"), 2u) << log;
   EXPECT_EQ(count(log, "Sent " + std::to_string(content.size()) + " bytes to client '127.0.0.1:"), 2u) << log;
@@ -241,7 +264,7 @@ TEST(OrvanServeFetch, SeveralClientsAtOnce)
     EXPECT_EQ(clients[i]->wait(), 0) << clients[i]->error();
     EXPECT_TRUE(readFile(directory / ("copy" + std::to_string(i))) == content) << i;
   }
-  EXPECT_EQ(server.stop(), 0);
+  EXPECT_EQ(server.stop(), 130);
   EXPECT_EQ(count(server.process->error(), "Sent "), 5u);
 }
 
@@ -259,7 +282,7 @@ TEST(OrvanServeFetch, FetchToStandardOutputCarriesOnlyTheBytes)
   EXPECT_EQ(fetched.code, 0) << fetched.error;
   EXPECT_EQ(fetched.output.size(), content.size());
   EXPECT_TRUE(fetched.output == content);
-  EXPECT_EQ(server.stop(), 0);
+  EXPECT_EQ(server.stop(), 130);
 }
 
 TEST(OrvanServeFetch, ChunkLinesGoToTheLogFile)
@@ -279,7 +302,7 @@ TEST(OrvanServeFetch, ChunkLinesGoToTheLogFile)
   EXPECT_NE(text.find("[MEMORY] Virtual: "), std::string::npos);
   EXPECT_NE(text.find("Connected to: '" + server.target("data.bin") + "'."), std::string::npos);
   EXPECT_NE(text.find("===> Fetch '" + server.target("data.bin") + "'"), std::string::npos);
-  EXPECT_EQ(server.stop(), 0);
+  EXPECT_EQ(server.stop(), 130);
 }
 
 // fetch from a server written by others.
@@ -569,6 +592,14 @@ TEST(OrvanMemory, SampleLineAndTable)
   EXPECT_NE(result.output.find("virtual (commit)"), std::string::npos);
   EXPECT_NE(result.output.find("physical"), std::string::npos);
   EXPECT_NE(result.output.find("this process"), std::string::npos);
+}
+
+TEST(OrvanMemory, CtrlCEndsAWatchWith130)
+{
+  ToolProcess memory(toolPath(), {"memory", "--watch", "50"});
+  ASSERT_TRUE(memory.waitForOutput("[MEMORY] Virtual: "));
+  memory.signal(SIGINT);
+  EXPECT_EQ(memory.wait(), 130);
 }
 
 TEST(OrvanMemory, WatchTakesTheAskedNumberOfSamples)

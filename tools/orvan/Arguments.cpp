@@ -4,8 +4,9 @@
 
 namespace Orvan::Tool {
 
-Arguments::Arguments(std::vector<std::string> words)
+Arguments::Arguments(std::vector<std::string> words, std::string valueLetters)
     : words(std::move(words))
+    , valueLetters(std::move(valueLetters))
 {
 }
 
@@ -13,6 +14,19 @@ Arguments::Word Arguments::next()
 {
   Word word;
   word.text = words.at(position++);
+  if (word.text.size() > 2 && word.text[0] == '-' && word.text[1] != '-') {
+    // "-qf" or "-ocopy.bin": the first letter, then the rest of the word as
+    // its value or as the next options.
+    word.isOption = true;
+    const std::string rest = word.text.substr(2);
+    word.text.resize(2);
+    if (valueLetters.find(word.text[1]) != std::string::npos) {
+      word.inlineValue = rest;
+    } else {
+      words.insert(words.begin() + static_cast<std::ptrdiff_t>(position), "-" + rest);
+    }
+    return word;
+  }
   if (word.text.size() > 1 && word.text[0] == '-' && word.text != "--") {
     word.isOption = true;
     const auto equals = word.text.find('=');

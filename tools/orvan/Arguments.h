@@ -16,9 +16,12 @@ struct UsageError : std::runtime_error {
 
 // The words after the subcommand, read one at a time. Options take their
 // value either as the next word (--port 4000) or after '=' (--port=4000).
+// Short options combine as in getopt: "-qf" is "-q -f", and a short option
+// that takes a value takes the rest of its word ("-ocopy.bin").
 class Arguments {
 public:
-  explicit Arguments(std::vector<std::string> words);
+  // `valueLetters`: the short options that take a value.
+  explicit Arguments(std::vector<std::string> words, std::string valueLetters = "op");
 
   bool empty() const { return position == words.size(); }
 
@@ -40,6 +43,7 @@ public:
 
 private:
   std::vector<std::string> words;
+  std::string valueLetters;
   std::size_t position = 0;
 };
 

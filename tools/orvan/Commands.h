@@ -38,6 +38,13 @@ public:
 
   Core::Process::CancelationToken token;
 
+  // The exit code of a command that Ctrl-C (or SIGTERM) ended: 130 (or 143).
+  static int exitCode()
+  {
+    const int code = Platform::InterruptHandler::exitCode();
+    return code != 0 ? code : EXIT_CANCELLED;
+  }
+
 private:
   Platform::InterruptHandler handler;
 };

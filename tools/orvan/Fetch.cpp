@@ -379,7 +379,7 @@ int fetchCommand(Arguments& arguments)
   }
   case FetchOutcome::Status::Cancelled:
     Console::instance().message("orvan fetch: cancelled after " + formatBytes(outcome.bytes));
-    return Platform::InterruptHandler::exitCode() != 0 ? Platform::InterruptHandler::exitCode() : EXIT_CANCELLED;
+    return CtrlC::exitCode();
   case FetchOutcome::Status::TimedOut:
     Console::instance().message("orvan fetch: timed out after " + formatBytes(outcome.bytes) + ": " + outcome.error);
     return EXIT_TIMED_OUT;

@@ -106,7 +106,7 @@ int memoryCommand(Arguments& arguments)
     Console::instance().result(Logging::formatMemoryUsage(usage));
     Console::instance().result(table(usage));
   }
-  return EXIT_OK;
+  return ctrlC.token.isCancelRequested() ? CtrlC::exitCode() : EXIT_OK;
 }
 
 } // namespace Orvan::Tool

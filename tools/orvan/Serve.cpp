@@ -32,7 +32,8 @@ const char* const SERVE_HELP =
     "{log-options}"
     "  -h, --help            show this help\n"
     "\n"
-    "Connections are logged (shown unless -q). Ctrl-C stops the server.\n"
+    "Connections are logged (shown unless -q). Ctrl-C stops the server (exit code\n"
+    "130; 143 for SIGTERM).\n"
     "\n"
     "Example:\n"
     "  orvan serve data.bin --port 4000\n";
@@ -105,7 +106,7 @@ int serveCommand(Arguments& arguments)
   }
   server->stop();
   Logging::logInfo("Stopped after serving " + std::to_string(server->clientsServed()) + " clients");
-  return EXIT_OK;
+  return CtrlC::exitCode();
 }
 
 } // namespace Orvan::Tool

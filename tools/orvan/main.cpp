@@ -58,8 +58,9 @@ const char* const MAIN_HELP =
     "  memory          show the machine's and this process's memory figures\n"
     "  demo            show every part at work, needing nothing but this program\n"
     "\n"
-    "'orvan COMMAND --help' tells more about each. Exit codes: 0 success, 1 failure,\n"
-    "2 bad arguments, 130 cancelled by Ctrl-C.\n"
+    "'orvan help COMMAND' or 'orvan COMMAND --help' tells more about each, with\n"
+    "its exit codes. Exit codes: 0 success, 1 failure, 2 bad arguments, 130\n"
+    "cancelled by Ctrl-C.\n"
     "\n"
     "Options:\n"
     "  -h, --help      show this help\n"
@@ -93,6 +94,10 @@ int main(const std::vector<std::string>& words)
     return EXIT_USAGE;
   }
   const std::string& first = words.front();
+  if (first == "help" && words.size() == 2) {
+    // "orvan help COMMAND" is "orvan COMMAND --help".
+    return main({words[1], "--help"});
+  }
   if (first == "-h" || first == "--help" || first == "help") {
     std::fputs(MAIN_HELP, stdout);
     return EXIT_OK;
@@ -110,6 +115,9 @@ int main(const std::vector<std::string>& words)
         return usageError(first, error.what());
       }
     }
+  }
+  if (first.size() > 1 && first[0] == '-') {
+    return usageError("", "unknown option '" + first + "'");
   }
   return usageError("", "unknown command '" + first + "'");
 }
