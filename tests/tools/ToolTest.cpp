@@ -11,13 +11,16 @@
 #include <netinet/in.h>
 #include <signal.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <chrono>
 #include <fstream>
+#include <iterator>
 #include <memory>
 #include <regex>
 #include <string>
+#include <thread>
 #include <vector>
 
 namespace {
@@ -447,6 +450,51 @@ TEST(OrvanFetch, BadTargetsGetASentence)
   EXPECT_EQ(empty.code, 2);
   EXPECT_NE(empty.error.find("TARGET is empty"), std::string::npos) << empty.error;
   EXPECT_EQ(empty.error.find("CORE_ASSERT"), std::string::npos) << empty.error;
+}
+
+TEST(OrvanFetch, DevNullIsWrittenInPlaceWithoutForce)
+{
+  TemporaryDirectory directory;
+  writeFile(directory / "data.bin", "data");
+  const ToolResult fetched = runTool({"fetch", (directory / "data.bin").string(), "-o", "/dev/null"});
+  EXPECT_EQ(fetched.code, 0) << fetched.error;
+  EXPECT_TRUE(std::filesystem::is_character_file("/dev/null"));
+}
+
+TEST(OrvanFetch, AFifoIsWrittenInPlace)
+{
+  TemporaryDirectory directory;
+  writeFile(directory / "data.bin", "through the fifo");
+  const auto fifo = directory / "fifo";
+  ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0);
+  std::string received;
+  std::thread reader([&] {
+    std::ifstream input(fifo, std::ios::binary);
+    received.assign(std::istreambuf_iterator<char>(input), {});
+  });
+  const ToolResult fetched = runTool({"fetch", (directory / "data.bin").string(), "-o", fifo.string()});
+  reader.join();
+  EXPECT_EQ(fetched.code, 0) << fetched.error;
+  EXPECT_EQ(received, "through the fifo");
+  EXPECT_TRUE(std::filesystem::is_fifo(fifo));
+}
+
+TEST(OrvanFetch, ASymbolicLinkIsWrittenThrough)
+{
+  TemporaryDirectory directory;
+  writeFile(directory / "data.bin", "new");
+  writeFile(directory / "target.bin", "old");
+  std::filesystem::create_symlink("target.bin", directory / "link");
+  const ToolResult fetched =
+      runTool({"fetch", (directory / "data.bin").string(), "-o", (directory / "link").string(), "--force"});
+  EXPECT_EQ(fetched.code, 0) << fetched.error;
+  EXPECT_TRUE(std::filesystem::is_symlink(directory / "link"));
+  EXPECT_EQ(readFile(directory / "target.bin"), "new");
+  // A link to nothing yet creates its target.
+  std::filesystem::create_symlink("later.bin", directory / "dangling");
+  EXPECT_EQ(runTool({"fetch", (directory / "data.bin").string(), "-o", (directory / "dangling").string()}).code, 0);
+  EXPECT_EQ(readFile(directory / "later.bin"), "new");
+  EXPECT_TRUE(std::filesystem::is_symlink(directory / "dangling"));
 }
 
 TEST(OrvanFetch, MissingLocalFileFails)

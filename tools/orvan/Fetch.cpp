@@ -35,8 +35,32 @@ namespace {
 
 constexpr std::size_t CHUNK = 256 * 1024;
 
-// Where the bytes go: a temporary file that replaces the output at the end,
-// or standard output.
+// True for what is written in place rather than replaced: a character
+// device (/dev/null, a terminal) or a FIFO.
+bool isWrittenInPlace(const std::filesystem::path& output)
+{
+  std::error_code ignored;
+  const std::filesystem::file_status status = std::filesystem::status(output, ignored);
+  return std::filesystem::is_character_file(status) || std::filesystem::is_fifo(status);
+}
+
+// `path` with its symbolic links followed to what they name, even when that
+// does not exist yet.
+std::filesystem::path followLinks(std::filesystem::path path)
+{
+  std::error_code error;
+  for (int hops = 0; hops < 40 && std::filesystem::is_symlink(path, error); ++hops) {
+    const std::filesystem::path target = std::filesystem::read_symlink(path, error);
+    if (error) {
+      break;
+    }
+    path = target.is_absolute() ? target : path.parent_path() / target;
+  }
+  return path;
+}
+
+// Where the bytes go: a temporary file that replaces the output at the end;
+// a device or FIFO, written in place and never removed; or standard output.
 class Sink {
 public:
   explicit Sink(const std::filesystem::path& output)
@@ -44,6 +68,13 @@ public:
   {
     if (output.empty()) {
       Platform::setBinaryOutput();
+      return;
+    }
+    if (isWrittenInPlace(output)) {
+      file.open(output, std::ios::binary);
+      if (!file) {
+        throw std::runtime_error("cannot write '" + toString(output) + "': " + std::strerror(errno));
+      }
       return;
     }
     partial = output;
@@ -69,26 +100,31 @@ public:
 
   void write(const char* data, std::size_t size)
   {
-    if (partial.empty()) {
+    if (output.empty()) {
       if (std::fwrite(data, 1, size, stdout) != size) {
-        throw std::runtime_error("cannot write to standard output");
+        throw std::runtime_error(std::string("cannot write to standard output: ") + std::strerror(errno));
       }
       return;
     }
     if (!file.write(data, static_cast<std::streamsize>(size))) {
-      throw std::runtime_error("cannot write '" + toString(partial) + "'");
+      throw std::runtime_error("cannot write '" + toString(partial.empty() ? output : partial) +
+                               "': " + std::strerror(errno));
     }
   }
 
   void commit()
   {
-    if (partial.empty()) {
+    if (output.empty()) {
       std::fflush(stdout);
       return;
     }
     file.close();
     if (!file) {
-      throw std::runtime_error("cannot write '" + toString(partial) + "'");
+      throw std::runtime_error("cannot write '" + toString(partial.empty() ? output : partial) +
+                               "': " + std::strerror(errno));
+    }
+    if (partial.empty()) {
+      return; // written in place
     }
     // Only reached with --force when the output exists.
     std::error_code ignored;
@@ -190,7 +226,7 @@ FetchOutcome fetchFile(const Core::FileInfo& finfo, const std::filesystem::path&
     try {
       stream = finfo.makeStream(options);
     } catch (const std::exception& error) {
-      if (!finfo.isRemote() || transfer.isCancelRequested()) {
+      if (!finfo.isRemote() || token.isCancelRequested() || transfer.isCancelRequested()) {
         throw;
       }
       outcome.status = FetchOutcome::Status::NotConnected;
@@ -351,11 +387,17 @@ int fetchCommand(Arguments& arguments)
     output = Utils::FileHelper::toPath(*outputText);
   }
   if (!output.empty()) {
+    // A link is written through, not replaced.
+    output = followLinks(output);
     std::error_code error;
     if (std::filesystem::is_directory(output, error)) {
       throw UsageError("'" + toString(output) + "' is a directory; give a file name with -o");
     }
-    if (std::filesystem::exists(output, error) && !force) {
+    const std::filesystem::file_status status = std::filesystem::status(output, error);
+    if (std::filesystem::exists(status) && !std::filesystem::is_regular_file(status) && !isWrittenInPlace(output)) {
+      throw UsageError("'" + toString(output) + "' is neither a regular file, a character device nor a FIFO");
+    }
+    if (std::filesystem::exists(status) && !isWrittenInPlace(output) && !force) {
       Console::instance().message("orvan fetch: '" + toString(output) + "' exists; use --force to replace it");
       return EXIT_FAILED;
     }
