@@ -34,15 +34,13 @@ TEST(CancelationToken, NullTokenIsNeverCancelled)
   EXPECT_FALSE(isCancelRequested(nullptr));
 }
 
-TEST(CancelationToken, IsOnePointerWideAndNeitherCopiedNorMoved)
-{
-  static_assert(sizeof(CancelationToken) == sizeof(void*));
-  static_assert(!std::is_copy_constructible_v<CancelationToken>);
-  static_assert(!std::is_copy_assignable_v<CancelationToken>);
-  static_assert(!std::is_move_constructible_v<CancelationToken>);
-  static_assert(!std::is_move_assignable_v<CancelationToken>);
-  SUCCEED();
-}
+// A token is one pointer wide, and neither copied nor moved: checked when this
+// file compiles.
+static_assert(sizeof(CancelationToken) == sizeof(void*));
+static_assert(!std::is_copy_constructible_v<CancelationToken>);
+static_assert(!std::is_copy_assignable_v<CancelationToken>);
+static_assert(!std::is_move_constructible_v<CancelationToken>);
+static_assert(!std::is_move_assignable_v<CancelationToken>);
 
 TEST(CancelationToken, DestroyedTokenReleasesItsFlag)
 {

@@ -231,9 +231,9 @@ TEST(ProcessProgressionToken, ProgressionDestroyedFirstIsLeftAlone)
   std::shared_ptr<Token> token = counter->getToken();
   counter.reset();
   // The token was detached by the progression's destruction: dropping it
-  // touches nothing (the address sanitizer would see it).
+  // touches nothing. The address sanitizer build fails this test on a use of
+  // the freed progression.
   token.reset();
-  SUCCEED();
 }
 
 TEST(ProcessProgressionToken, MovedFromTokenIsInert)
