@@ -1,6 +1,6 @@
 #pragma once
 
-#include <Core/Logging/Logger.h>
+#include <Core/Logging/LevelLogger.h>
 #include <Core/Logging/LoggingType.h>
 
 #include <mutex>
@@ -12,15 +12,9 @@ namespace Orvan::Testing {
 
 // A logger that remembers every message with its level, for tests that check
 // what the library logged.
-class RecordingLogger : public Core::Logging::Logger {
+class RecordingLogger : public Core::Logging::LevelLogger {
 public:
   using Line = std::pair<Core::Logging::LoggingType, std::string>;
-
-  void info(const std::string& message) override { record(Core::Logging::LoggingType::Info, message); }
-  void warning(const std::string& message) override { record(Core::Logging::LoggingType::Warning, message); }
-  void error(const std::string& message) override { record(Core::Logging::LoggingType::Error, message); }
-  void debug(const std::string& message) override { record(Core::Logging::LoggingType::Debug, message); }
-  void verbose(const std::string& message) override { record(Core::Logging::LoggingType::Verbose, message); }
 
   void triggerLogMemory() override
   {
@@ -40,13 +34,14 @@ public:
     return memoryRequests;
   }
 
-private:
-  void record(Core::Logging::LoggingType type, const std::string& message)
+protected:
+  void write(Core::Logging::LoggingType type, const std::string& message) override
   {
     const std::lock_guard lock(mutex);
     recorded.emplace_back(type, message);
   }
 
+private:
   mutable std::mutex mutex;
   std::vector<Line> recorded;
   int memoryRequests = 0;

@@ -28,66 +28,34 @@ void ToolLogger::toConsole(const char* tag, const std::string& message)
   Console::instance().message(tag + text);
 }
 
-void ToolLogger::info(const std::string& message)
-{
-  if (listener) {
-    listener(Logging::LoggingType::Info, message);
-  }
-  if (file) {
-    file->info(message);
-  }
-  if (verbosity >= Verbosity::Chatty) {
-    toConsole("[INFO   ] ", message);
-  }
-}
+namespace {
 
-void ToolLogger::warning(const std::string& message)
-{
-  if (listener) {
-    listener(Logging::LoggingType::Warning, message);
-  }
-  if (file) {
-    file->warning(message);
-  }
-  if (verbosity >= Verbosity::Normal) {
-    toConsole("[WARNING] ", message);
-  }
-}
+// Each level's console tag and the verbosity from which the console shows it.
+struct LevelOnConsole {
+  Logging::LoggingType type;
+  const char* tag;
+  Verbosity shownFrom;
+};
 
-void ToolLogger::error(const std::string& message)
-{
-  if (listener) {
-    listener(Logging::LoggingType::Error, message);
-  }
-  if (file) {
-    file->error(message);
-  }
-  toConsole("[ERROR  ] ", message);
-}
+constexpr LevelOnConsole LEVELS[] = {
+    {Logging::LoggingType::Error, "[ERROR  ] ", Verbosity::Quiet},
+    {Logging::LoggingType::Warning, "[WARNING] ", Verbosity::Normal},
+    {Logging::LoggingType::Info, "[INFO   ] ", Verbosity::Chatty},
+    {Logging::LoggingType::Debug, "[DEBUG  ] ", Verbosity::Everything},
+    {Logging::LoggingType::Verbose, "[VERBOSE] ", Verbosity::Everything},
+};
 
-void ToolLogger::debug(const std::string& message)
-{
-  if (listener) {
-    listener(Logging::LoggingType::Debug, message);
-  }
-  if (file) {
-    file->debug(message);
-  }
-  if (verbosity >= Verbosity::Everything) {
-    toConsole("[DEBUG  ] ", message);
-  }
-}
+} // namespace
 
-void ToolLogger::verbose(const std::string& message)
+void ToolLogger::write(Logging::LoggingType type, const std::string& message)
 {
-  if (listener) {
-    listener(Logging::LoggingType::Verbose, message);
-  }
   if (file) {
-    file->verbose(message);
+    Logging::writeAt(*file, type, message);
   }
-  if (verbosity >= Verbosity::Everything) {
-    toConsole("[VERBOSE] ", message);
+  for (const LevelOnConsole& level : LEVELS) {
+    if (level.type == type && verbosity >= level.shownFrom) {
+      toConsole(level.tag, message);
+    }
   }
 }
 

@@ -1,16 +1,12 @@
 #pragma once
 
 #include <Core/Logging/FileLogger.h>
-#include <Core/Logging/Logger.h>
+#include <Core/Logging/LevelLogger.h>
 #include <Core/Logging/LoggingType.h>
 
 #include <chrono>
-#include <functional>
-#include <iosfwd>
 #include <memory>
-#include <mutex>
 #include <optional>
-#include <streambuf>
 #include <string>
 
 namespace Orvan::Tool {
@@ -21,28 +17,20 @@ enum class Verbosity { Quiet, Normal, Chatty, Everything };
 // The logger the tool installs in the library: every message goes to the log
 // file when there is one; the console shows the levels its verbosity allows,
 // above any progress bar. Memory requests reach the log file's memory spy.
-class ToolLogger : public Core::Logging::Logger {
+class ToolLogger : public Core::Logging::LevelLogger {
 public:
-  using Listener = std::function<void(Core::Logging::LoggingType, const std::string&)>;
-
   ToolLogger(Verbosity verbosity, std::shared_ptr<Core::Logging::FileLogger> file);
 
-  void info(const std::string& message) override;
-  void warning(const std::string& message) override;
-  void error(const std::string& message) override;
-  void debug(const std::string& message) override;
-  void verbose(const std::string& message) override;
   void triggerLogMemory() override;
 
-  // Sees every message too; set before logging starts.
-  void setListener(Listener function) { listener = std::move(function); }
+protected:
+  void write(Core::Logging::LoggingType type, const std::string& message) override;
 
 private:
   void toConsole(const char* tag, const std::string& message);
 
   Verbosity verbosity;
   std::shared_ptr<Core::Logging::FileLogger> file;
-  Listener listener;
 };
 
 // The logging options every command shares.

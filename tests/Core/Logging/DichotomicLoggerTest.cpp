@@ -30,18 +30,20 @@ namespace {
 
 // Says on standard output which of its operations ran, so that the order of
 // the two loggers and of the console echo shows in one text.
-class AnnouncingLogger : public Orvan::Core::Logging::Logger {
+class AnnouncingLogger : public Orvan::Core::Logging::LevelLogger {
 public:
   explicit AnnouncingLogger(std::string role)
       : role(std::move(role))
   {
   }
-  void info(const std::string& message) override { announce("info", message); }
-  void warning(const std::string& message) override { announce("warning", message); }
-  void error(const std::string& message) override { announce("error", message); }
-  void debug(const std::string& message) override { announce("debug", message); }
-  void verbose(const std::string& message) override { announce("verbose", message); }
   void triggerLogMemory() override { announce("triggerLogMemory", ""); }
+
+protected:
+  void write(LoggingType type, const std::string& message) override
+  {
+    static const char* const NAMES[] = {"info", "warning", "debug", "error", "verbose"};
+    announce(NAMES[static_cast<int>(type)], message);
+  }
 
 private:
   void announce(const char* operation, const std::string& message)

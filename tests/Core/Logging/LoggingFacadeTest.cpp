@@ -233,7 +233,13 @@ TEST_F(LoggingFacade, MakeContentAppendsWithoutDecoration)
 TEST_F(LoggingFacade, ExceptionsFromTheLoggerReachTheCaller)
 {
   struct ThrowingLogger : RecordingLogger {
-    void error(const std::string&) override { throw std::runtime_error("logger failed"); }
+    void write(LoggingType type, const std::string& message) override
+    {
+      if (type == LoggingType::Error) {
+        throw std::runtime_error("logger failed");
+      }
+      RecordingLogger::write(type, message);
+    }
   };
   auto logger = std::make_shared<ThrowingLogger>();
   Logging::setLogger(logger);

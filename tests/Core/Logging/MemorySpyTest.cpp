@@ -2,7 +2,7 @@
 // program builds it from its source, so these tests drive it directly.
 #include "LogFile.h"
 
-#include <Core/Logging/Logger.h>
+#include <Core/Logging/LevelLogger.h>
 #include <Core/Logging/MemorySpy.h>
 #include <Utils/CoreAssert.h>
 #include <WaitFor.h>
@@ -20,6 +20,7 @@
 
 using Orvan::Core::Logging::formatMemorySize;
 using Orvan::Core::Logging::formatMemoryUsage;
+using Orvan::Core::Logging::LoggingType;
 using Orvan::Core::Logging::MemorySpy;
 using Orvan::Core::Logging::MemoryUsageCapture;
 using Orvan::Testing::isMemorySample;
@@ -35,24 +36,14 @@ constexpr std::uint64_t GIB = 1024 * MIB;
 
 // Keeps the verbose lines it receives with the moment they arrived; other
 // levels are not expected from a spy.
-class SampleRecorder : public Orvan::Core::Logging::Logger {
+class SampleRecorder : public Orvan::Core::Logging::LevelLogger {
 public:
   struct Sample {
     Clock::time_point arrival;
     std::string text;
   };
 
-  void info(const std::string& message) override { unexpected("info " + message); }
-  void warning(const std::string& message) override { unexpected("warning " + message); }
-  void error(const std::string& message) override { unexpected("error " + message); }
-  void debug(const std::string& message) override { unexpected("debug " + message); }
   void triggerLogMemory() override { unexpected("triggerLogMemory"); }
-
-  void verbose(const std::string& message) override
-  {
-    const std::lock_guard lock(mutex);
-    samples.push_back({Clock::now(), message});
-  }
 
   std::vector<Sample> received() const
   {
@@ -61,6 +52,17 @@ public:
   }
 
   std::size_t count() const { return received().size(); }
+
+protected:
+  void write(LoggingType type, const std::string& message) override
+  {
+    if (type != LoggingType::Verbose) {
+      unexpected("level " + std::to_string(static_cast<int>(type)) + " " + message);
+      return;
+    }
+    const std::lock_guard lock(mutex);
+    samples.push_back({Clock::now(), message});
+  }
 
 private:
   void unexpected(const std::string& call)
@@ -73,17 +75,10 @@ private:
   std::vector<Sample> samples;
 };
 
-// Holds every sample in verbose() until released, so that the spy can be
-// caught while it is logging.
+// Holds every sample until released, so that the spy can be caught while
+// it is logging.
 class BlockingLogger : public SampleRecorder {
 public:
-  void verbose(const std::string& message) override
-  {
-    SampleRecorder::verbose(message);
-    std::unique_lock lock(gate);
-    opened.wait(lock, [this] { return open; });
-  }
-
   void release()
   {
     {
@@ -91,6 +86,14 @@ public:
       open = true;
     }
     opened.notify_all();
+  }
+
+protected:
+  void write(LoggingType type, const std::string& message) override
+  {
+    SampleRecorder::write(type, message);
+    std::unique_lock lock(gate);
+    opened.wait(lock, [this] { return open; });
   }
 
 private:

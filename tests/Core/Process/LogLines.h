@@ -1,6 +1,6 @@
 #pragma once
 
-#include <Core/Logging/Logger.h>
+#include <Core/Logging/LevelLogger.h>
 #include <Core/Logging/LoggingCallback.h>
 #include <Core/Logging/LoggingType.h>
 #include <FacadeReset.h>
@@ -32,16 +32,9 @@ inline std::ostream& operator<<(std::ostream& stream, const LogLine& line)
 
 // A logger that keeps every line, and optionally lets a test act on a line
 // while it is being logged (on the logging thread).
-class LogLines : public Core::Logging::Logger {
+class LogLines : public Core::Logging::LevelLogger {
 public:
   using Hook = std::function<void(const LogLine&)>;
-
-  void info(const std::string& message) override { record(Core::Logging::LoggingType::Info, message); }
-  void warning(const std::string& message) override { record(Core::Logging::LoggingType::Warning, message); }
-  void error(const std::string& message) override { record(Core::Logging::LoggingType::Error, message); }
-  void debug(const std::string& message) override { record(Core::Logging::LoggingType::Debug, message); }
-  void verbose(const std::string& message) override { record(Core::Logging::LoggingType::Verbose, message); }
-  void triggerLogMemory() override {}
 
   // Set before the run; called for each line, after it is recorded.
   void setHook(Hook newHook) { hook = std::move(newHook); }
@@ -89,8 +82,8 @@ public:
     return lines;
   }
 
-private:
-  void record(Core::Logging::LoggingType type, const std::string& message)
+protected:
+  void write(Core::Logging::LoggingType type, const std::string& message) override
   {
     {
       const std::lock_guard lock(mutex);
@@ -102,6 +95,7 @@ private:
     }
   }
 
+private:
   mutable std::mutex mutex;
   std::vector<LogLine> recorded;
   std::vector<std::thread::id> threads;

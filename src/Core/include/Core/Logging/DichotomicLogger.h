@@ -1,7 +1,7 @@
 #pragma once
 
 #include <Core/Export.h>
-#include <Core/Logging/Logger.h>
+#include <Core/Logging/LevelLogger.h>
 
 #include <memory>
 #include <string>
@@ -20,7 +20,7 @@ namespace Orvan::Core::Logging {
 //
 // Both are held by weak references: either may be empty or expire at any
 // time, and is then skipped.
-class ORVAN_CORE_EXPORT DichotomicLogger : public Logger {
+class ORVAN_CORE_EXPORT DichotomicLogger : public LevelLogger {
 public:
   struct FilteredLogger {
     std::weak_ptr<Logger> logger;
@@ -34,12 +34,12 @@ public:
   DichotomicLogger& operator=(const DichotomicLogger& other);
   ~DichotomicLogger() override;
 
-  void info(const std::string& message) override;
-  void warning(const std::string& message) override;
-  void error(const std::string& message) override;
-  void debug(const std::string& message) override;
-  void verbose(const std::string& message) override;
   void triggerLogMemory() override;
+
+protected:
+  // Info, warnings and errors go to the filtered logger (warnings and errors
+  // are also echoed to the console), then every level to the complete one.
+  void write(LoggingType type, const std::string& message) override;
 
 private:
   FilteredLogger filteredLogger;

@@ -1,7 +1,7 @@
 #pragma once
 
 #include <Core/Export.h>
-#include <Core/Logging/Logger.h>
+#include <Core/Logging/LevelLogger.h>
 
 #include <chrono>
 #include <memory>
@@ -19,7 +19,7 @@ namespace Orvan::Core::Logging {
 //
 // A file that cannot be opened is reported once on standard error; the
 // logger then accepts every call without effect.
-class ORVAN_CORE_EXPORT FileLogger : public Logger {
+class ORVAN_CORE_EXPORT FileLogger : public LevelLogger {
 public:
   // `path` is UTF-8.
   explicit FileLogger(const std::string& path);
@@ -28,12 +28,6 @@ public:
 
   // Stops the memory spy first, then closes the file.
   ~FileLogger() override;
-
-  void info(const std::string& message) override;
-  void warning(const std::string& message) override;
-  void error(const std::string& message) override;
-  void debug(const std::string& message) override;
-  void verbose(const std::string& message) override;
 
   // Asks the attached memory spy for a sample now; without one, does nothing.
   void triggerLogMemory() override;
@@ -44,6 +38,9 @@ public:
   // to one of its periods. Must not run concurrently with triggerLogMemory or
   // another attachMemorySpyer on the same logger.
   void attachMemorySpyer(std::chrono::milliseconds period);
+
+protected:
+  void write(LoggingType type, const std::string& message) override;
 
 private:
   struct Impl;

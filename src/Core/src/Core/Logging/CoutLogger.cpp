@@ -14,37 +14,12 @@ CoutLogger::CoutLogger()
 
 CoutLogger::~CoutLogger() = default;
 
-void CoutLogger::info(const std::string& message)
-{
-  writeLine(consoleTag(LoggingType::Info), message);
-}
-
-void CoutLogger::warning(const std::string& message)
-{
-  writeLine(consoleTag(LoggingType::Warning), message);
-}
-
-void CoutLogger::error(const std::string& message)
-{
-  writeLine(consoleTag(LoggingType::Error), message);
-}
-
-void CoutLogger::debug(const std::string& message)
-{
-  writeLine(consoleTag(LoggingType::Debug), message);
-}
-
-void CoutLogger::verbose(const std::string& message)
-{
-  writeLine(consoleTag(LoggingType::Verbose), message);
-}
-
 void CoutLogger::triggerLogMemory() {}
 
-void CoutLogger::writeLine(const char* tag, const std::string& message)
+void CoutLogger::write(LoggingType type, const std::string& message)
 {
   const std::lock_guard lock(mutex);
-  writeConsoleLine(tag, message);
+  writeConsoleLine(consoleTag(type), message);
 }
 
 } // namespace Orvan::Core::Logging

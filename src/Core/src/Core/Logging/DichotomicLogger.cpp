@@ -19,55 +19,22 @@ DichotomicLogger& DichotomicLogger::operator=(const DichotomicLogger& other) = d
 
 DichotomicLogger::~DichotomicLogger() = default;
 
-void DichotomicLogger::info(const std::string& message)
+// The filtered logger, then for warnings and errors the console echo
+// (always, even when the filtered logger is itself a console logger), then
+// the complete logger.
+void DichotomicLogger::write(LoggingType type, const std::string& message)
 {
-  const std::shared_ptr<Logger> filtered = filteredLogger.logger.lock();
-  if (filtered) {
-    filtered->info(message);
+  const bool filteredLevel = type == LoggingType::Info || type == LoggingType::Warning || type == LoggingType::Error;
+  if (filteredLevel) {
+    if (const std::shared_ptr<Logger> filtered = filteredLogger.logger.lock()) {
+      writeAt(*filtered, type, message);
+    }
+  }
+  if (type == LoggingType::Warning || type == LoggingType::Error) {
+    writeConsoleLine(consoleTag(type), message);
   }
   if (const std::shared_ptr<Logger> complete = completeLogger.logger.lock()) {
-    complete->info(message);
-  }
-}
-
-// Warnings and errors: the filtered logger, then the console echo (always,
-// even when the filtered logger is itself a console logger), then the
-// complete logger.
-void DichotomicLogger::warning(const std::string& message)
-{
-  const std::shared_ptr<Logger> filtered = filteredLogger.logger.lock();
-  if (filtered) {
-    filtered->warning(message);
-  }
-  writeConsoleLine(consoleTag(LoggingType::Warning), message);
-  if (const std::shared_ptr<Logger> complete = completeLogger.logger.lock()) {
-    complete->warning(message);
-  }
-}
-
-void DichotomicLogger::error(const std::string& message)
-{
-  const std::shared_ptr<Logger> filtered = filteredLogger.logger.lock();
-  if (filtered) {
-    filtered->error(message);
-  }
-  writeConsoleLine(consoleTag(LoggingType::Error), message);
-  if (const std::shared_ptr<Logger> complete = completeLogger.logger.lock()) {
-    complete->error(message);
-  }
-}
-
-void DichotomicLogger::debug(const std::string& message)
-{
-  if (const std::shared_ptr<Logger> complete = completeLogger.logger.lock()) {
-    complete->debug(message);
-  }
-}
-
-void DichotomicLogger::verbose(const std::string& message)
-{
-  if (const std::shared_ptr<Logger> complete = completeLogger.logger.lock()) {
-    complete->verbose(message);
+    writeAt(*complete, type, message);
   }
 }
 

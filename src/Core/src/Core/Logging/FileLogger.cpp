@@ -202,29 +202,9 @@ FileLogger::~FileLogger()
   }
 }
 
-void FileLogger::info(const std::string& message)
+void FileLogger::write(LoggingType type, const std::string& message)
 {
-  impl->writeLockedLine(LoggingType::Info, message);
-}
-
-void FileLogger::warning(const std::string& message)
-{
-  impl->writeLockedLine(LoggingType::Warning, message);
-}
-
-void FileLogger::error(const std::string& message)
-{
-  impl->writeLockedLine(LoggingType::Error, message);
-}
-
-void FileLogger::debug(const std::string& message)
-{
-  impl->writeLockedLine(LoggingType::Debug, message);
-}
-
-void FileLogger::verbose(const std::string& message)
-{
-  impl->writeLockedLine(LoggingType::Verbose, message);
+  impl->writeLockedLine(type, message);
 }
 
 void FileLogger::triggerLogMemory()
