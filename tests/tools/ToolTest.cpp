@@ -1,18 +1,15 @@
 // The orvan program, run as a user runs it.
 
 #include "RequiredProgram_posix.h"
+#include "SilentListener_posix.h"
 #include "TemporaryDirectory.h"
 #include "ToolProcess.h"
 #include "WaitFor.h"
 
 #include <gtest/gtest.h>
 
-#include <arpa/inet.h>
-#include <netinet/in.h>
 #include <signal.h>
-#include <sys/socket.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <chrono>
 #include <fstream>
@@ -65,39 +62,12 @@ public:
   unsigned short port = 0;
 };
 
-// A server that lets clients connect (into its queue) and never sends a byte.
-class SilentServer {
-public:
-  SilentServer()
-  {
-    listener = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t length = sizeof address;
-    ::bind(listener, reinterpret_cast<sockaddr*>(&address), sizeof address);
-    ::listen(listener, 16);
-    ::getsockname(listener, reinterpret_cast<sockaddr*>(&address), &length);
-    port = ntohs(address.sin_port);
-  }
-  ~SilentServer() { ::close(listener); }
-  SilentServer(const SilentServer&) = delete;
-  SilentServer& operator=(const SilentServer&) = delete;
-
-  std::string target() const { return "silent.bin@127.0.0.1:" + std::to_string(port); }
-
-  unsigned short port = 0;
-
-private:
-  int listener = -1;
-};
-
 // Starts a fetch from a silent server, sends it `signals` once it has
 // connected, and returns its exit code and how long it took to end after
 // the first signal; the output directory must then be empty.
 int interruptStalledFetch(const std::vector<int>& signals, steady_clock::duration& took)
 {
-  SilentServer server;
+  SilentListener server;
   TemporaryDirectory directory;
   ToolProcess fetch(toolPath(), {"fetch", server.target(), "-v", "-o", (directory / "out.bin").string()},
                     directory.path());
@@ -388,7 +358,7 @@ TEST(OrvanFetch, CtrlCCancelsTheRetries)
 
 TEST(OrvanFetch, IdleTimeoutEndsAStalledTransferWith124)
 {
-  SilentServer server;
+  SilentListener server;
   TemporaryDirectory directory;
   const auto started = steady_clock::now();
   const ToolResult result =
@@ -401,7 +371,7 @@ TEST(OrvanFetch, IdleTimeoutEndsAStalledTransferWith124)
 
 TEST(OrvanFetch, MaxTimeEndsAStalledTransferWith124)
 {
-  SilentServer server;
+  SilentListener server;
   TemporaryDirectory directory;
   const auto started = steady_clock::now();
   const ToolResult result =

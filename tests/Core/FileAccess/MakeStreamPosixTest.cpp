@@ -6,6 +6,7 @@
 #include <Core/FileInfo.h>
 #include <Core/Process/CancelationToken.h>
 #include <Core/Process/TimeoutRetry.h>
+#include <SilentListener_posix.h>
 #include <TemporaryDirectory.h>
 
 #include <gtest/gtest.h>
@@ -35,6 +36,7 @@ using Orvan::Core::FileInfo;
 using Orvan::Core::Process::CancelationToken;
 using Orvan::Core::Process::TimeoutRetry;
 using Orvan::Testing::RecordingTest;
+using Orvan::Testing::SilentListener;
 using Orvan::Testing::TemporaryDirectory;
 using namespace std::chrono_literals;
 namespace Events = Orvan::Core::Event;
@@ -52,51 +54,6 @@ sockaddr_in loopback(unsigned short port)
   address.sin_port = htons(port);
   return address;
 }
-
-// A listening socket on 127.0.0.1 that never accepts, its accept queue
-// filled by connections of its own: the system drops every further
-// connection request, so a connection to it neither succeeds nor fails.
-class FullBacklogListener {
-public:
-  FullBacklogListener()
-  {
-    listener = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    sockaddr_in address = loopback(0);
-    socklen_t length = sizeof address;
-    if (::bind(listener, reinterpret_cast<sockaddr*>(&address), length) != 0 || ::listen(listener, 0) != 0 ||
-        ::getsockname(listener, reinterpret_cast<sockaddr*>(&address), &length) != 0) {
-      return;
-    }
-    portNumber = ntohs(address.sin_port);
-    for (int i = 0; i < 64 && !full; ++i) {
-      const int client = ::socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
-      fillers.push_back(client);
-      if (::connect(client, reinterpret_cast<sockaddr*>(&address), length) == 0) {
-        continue;
-      }
-      pollfd watched{client, POLLOUT, 0};
-      full = errno == EINPROGRESS && ::poll(&watched, 1, 500) == 0;
-    }
-  }
-  ~FullBacklogListener()
-  {
-    for (const int client : fillers) {
-      ::close(client);
-    }
-    ::close(listener);
-  }
-  FullBacklogListener(const FullBacklogListener&) = delete;
-  FullBacklogListener& operator=(const FullBacklogListener&) = delete;
-
-  bool isFull() const { return full; }
-  unsigned short port() const { return portNumber; }
-
-private:
-  int listener = -1;
-  unsigned short portNumber = 0;
-  std::vector<int> fillers;
-  bool full = false;
-};
 
 FileInfo remote(unsigned short port, int timeout)
 {
@@ -124,8 +81,8 @@ void ignoreSignal(int) {}
 
 TEST_F(MakeStreamPosix, AConnectionThatHangsEndsWhenTheTimeoutHasRunOut)
 {
-  FullBacklogListener server;
-  ASSERT_TRUE(server.isFull());
+  SilentListener server(true);
+  ASSERT_TRUE(server.isReady());
   TimeoutRetry policy;
   FileInfo finfo = remote(server.port(), 1);
   finfo.retry = &policy;
@@ -143,8 +100,8 @@ TEST_F(MakeStreamPosix, AConnectionThatHangsEndsWhenTheTimeoutHasRunOut)
 
 TEST_F(MakeStreamPosix, AConnectionThatHangsEndsSoonAfterItsTokenIsCancelled)
 {
-  FullBacklogListener server;
-  ASSERT_TRUE(server.isFull());
+  SilentListener server(true);
+  ASSERT_TRUE(server.isReady());
   CancelationToken token;
   TimeoutRetry policy(&token);
   FileInfo finfo = remote(server.port(), 600);
@@ -168,8 +125,8 @@ TEST_F(MakeStreamPosix, AConnectionThatHangsEndsSoonAfterItsTokenIsCancelled)
 
 TEST_F(MakeStreamPosix, SignalsDuringAConnectionDoNotEndIt)
 {
-  FullBacklogListener server;
-  ASSERT_TRUE(server.isFull());
+  SilentListener server(true);
+  ASSERT_TRUE(server.isReady());
   // A handler installed without SA_RESTART interrupts blocking calls.
   struct sigaction handler {};
   handler.sa_handler = ignoreSignal;
