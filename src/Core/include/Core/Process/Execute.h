@@ -65,6 +65,7 @@ struct ExecuteResult {
     TimedOut    // the time limit ran out; the processes were ended
   };
   Outcome outcome = Outcome::NotStarted;
+  // -1 when the system discarded it (a POSIX host that ignores SIGCHLD).
   int exitCode = 0;
   int signal = 0;
   // Why the program could not start: no_such_file_or_directory (not found),

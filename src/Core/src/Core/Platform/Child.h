@@ -15,7 +15,7 @@ namespace Orvan::Core::Platform {
 
 enum class ChildStream { Inherit, Discard, Capture };
 
-struct ChildSpec {
+struct ChildLaunch {
   std::vector<std::string> arguments;
   std::string workingDirectory;
   std::map<std::string, std::string> environment;
@@ -39,7 +39,7 @@ public:
 
   // Starts the program; on failure returns the system's reason and leaves
   // `child` null.
-  static std::error_code start(const ChildSpec& spec, std::unique_ptr<Child>& child);
+  static std::error_code start(const ChildLaunch& launch, std::unique_ptr<Child>& child);
 
   // Kills whatever of the group is left and reaps the program.
   virtual ~Child() = default;

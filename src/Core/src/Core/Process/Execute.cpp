@@ -78,15 +78,15 @@ ExecuteResult execute(const ExecuteOptions& options)
     return finish();
   }
 
-  Platform::ChildSpec spec;
-  spec.arguments = options.arguments;
-  spec.workingDirectory = options.workingDirectory;
-  spec.environment = options.environment;
-  spec.input = toChildStream(options.standardInput);
-  spec.output = toChildStream(options.standardOutput);
-  spec.error = toChildStream(options.standardError);
+  Platform::ChildLaunch launch;
+  launch.arguments = options.arguments;
+  launch.workingDirectory = options.workingDirectory;
+  launch.environment = options.environment;
+  launch.input = toChildStream(options.standardInput);
+  launch.output = toChildStream(options.standardOutput);
+  launch.error = toChildStream(options.standardError);
   std::unique_ptr<Platform::Child> child;
-  result.error = Platform::Child::start(spec, child);
+  result.error = Platform::Child::start(launch, child);
   if (result.error) {
     return finish();
   }
