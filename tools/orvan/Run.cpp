@@ -44,7 +44,8 @@ constexpr int EXIT_NOT_FOUND = 127;
 int runCommand(Arguments& arguments)
 {
   std::string workingDirectory;
-  std::optional<std::uint64_t> timeout;
+  // Seconds; 0: no limit.
+  std::uint64_t timeout = 0;
   std::uint64_t killAfter = 5;
   LogOptions logOptions;
   std::vector<std::string> words;
@@ -75,9 +76,6 @@ int runCommand(Arguments& arguments)
       }
     } else if (word.text == "--timeout") {
       timeout = parseNumber(word.text, arguments.value(word), 31536000);
-      if (*timeout == 0) {
-        timeout.reset();
-      }
     } else if (word.text == "--kill-after") {
       killAfter = parseNumber(word.text, arguments.value(word), 86400);
     } else if (!readLogOption(word.text, word.inlineValue, arguments, logOptions)) {
@@ -93,8 +91,8 @@ int runCommand(Arguments& arguments)
   options.arguments = words;
   options.workingDirectory = workingDirectory;
   options.token = &ctrlC.token;
-  if (timeout) {
-    options.timeLimit = std::chrono::seconds(*timeout);
+  if (timeout != 0) {
+    options.timeLimit = std::chrono::seconds(timeout);
   }
   options.gracePeriod = std::chrono::seconds(killAfter);
   const Core::Process::ExecuteResult result = Core::Process::execute(options);
@@ -105,7 +103,7 @@ int runCommand(Arguments& arguments)
     Console::instance().message("orvan run: cannot start '" + words.front() + "': " + result.error.message());
     return result.error == std::errc::permission_denied ? EXIT_NOT_EXECUTABLE : EXIT_NOT_FOUND;
   case Outcome::TimedOut:
-    Console::instance().message("orvan run: '" + words.front() + "' timed out after " + std::to_string(*timeout) +
+    Console::instance().message("orvan run: '" + words.front() + "' timed out after " + std::to_string(timeout) +
                                 " s and was terminated");
     return EXIT_TIMED_OUT;
   case Outcome::Cancelled:
