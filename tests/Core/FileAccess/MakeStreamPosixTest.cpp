@@ -8,10 +8,10 @@
 #include <Core/Process/TimeoutRetry.h>
 #include <SilentListener_posix.h>
 #include <TemporaryDirectory.h>
+#include <WaitFor.h>
 
 #include <gtest/gtest.h>
 
-#include <atomic>
 #include <cerrno>
 #include <chrono>
 #include <csignal>
@@ -26,9 +26,9 @@
 #include <fcntl.h>
 #include <netinet/in.h>
 #include <poll.h>
-#include <pthread.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/time.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -107,9 +107,11 @@ TEST_F(MakeStreamPosix, AConnectionThatHangsEndsSoonAfterItsTokenIsCancelled)
   FileInfo finfo = remote(server.port(), 600);
   finfo.retry = &policy;
 
+  // Cancelled once the attempt has begun: the Connecting event comes just
+  // before it.
   Clock::time_point cancelled{};
   std::thread canceller([&] {
-    std::this_thread::sleep_for(300ms);
+    Orvan::Testing::waitFor([&] { return events->count(Events::CONNECTING) > 0; });
     cancelled = Clock::now();
     token.requestCancel();
   });
@@ -127,28 +129,25 @@ TEST_F(MakeStreamPosix, SignalsDuringAConnectionDoNotEndIt)
 {
   SilentListener server(true);
   ASSERT_TRUE(server.isReady());
-  // A handler installed without SA_RESTART interrupts blocking calls.
+  // A handler installed without SA_RESTART interrupts blocking calls; an
+  // interval timer raises its signal every 5 ms while the connection waits.
   struct sigaction handler {};
   handler.sa_handler = ignoreSignal;
   struct sigaction previous {};
-  ASSERT_EQ(::sigaction(SIGUSR1, &handler, &previous), 0);
+  ASSERT_EQ(::sigaction(SIGALRM, &handler, &previous), 0);
+  itimerval every5ms{};
+  every5ms.it_interval.tv_usec = 5000;
+  every5ms.it_value.tv_usec = 5000;
+  ASSERT_EQ(::setitimer(ITIMER_REAL, &every5ms, nullptr), 0);
 
   TimeoutRetry policy;
   FileInfo finfo = remote(server.port(), 1);
   finfo.retry = &policy;
-  std::atomic<bool> connecting{true};
-  const pthread_t connector = ::pthread_self();
-  std::thread signaller([&] {
-    while (connecting.load()) {
-      ::pthread_kill(connector, SIGUSR1);
-      std::this_thread::sleep_for(5ms);
-    }
-  });
   Clock::duration took{};
   const int code = failureCode(finfo, took);
-  connecting = false;
-  signaller.join();
-  ::sigaction(SIGUSR1, &previous, nullptr);
+  const itimerval stopped{};
+  ::setitimer(ITIMER_REAL, &stopped, nullptr);
+  ::sigaction(SIGALRM, &previous, nullptr);
 
   EXPECT_EQ(code, ETIMEDOUT) << std::system_category().message(code);
   EXPECT_LT(took, 10s);

@@ -66,6 +66,7 @@ public:
   SilentAfter& operator=(const SilentAfter&) = delete;
 
   unsigned short port() const { return server.port(); }
+  int accepted() const { return server.accepted(); }
 
 private:
   std::atomic<bool> released{false};
@@ -134,8 +135,9 @@ TEST_F(StreamOptions, ACancellationEndsABlockedReadPromptly)
   options.token = &token;
   const auto stream = remote(server.port()).makeStream(options);
   std::atomic<Clock::rep> cancelledAt{0};
+  // Cancelled once the server holds the connection: the read is under way.
   std::thread canceller([&] {
-    std::this_thread::sleep_for(300ms);
+    Orvan::Testing::waitFor([&] { return server.accepted() > 0; });
     cancelledAt = Clock::now().time_since_epoch().count();
     token.requestCancel();
   });

@@ -302,7 +302,7 @@ TEST(MemorySpy, HugePeriodsSampleOnlyAtStartAndOnWakeUp)
     }
     // No sample comes unasked (a wake-up repeated just as its sample came
     // may give one more); a deadline that overflowed sampled thousands of
-    // times a second.
+    // times a second. The wait proves that nothing comes.
     std::this_thread::sleep_for(200ms);
     EXPECT_LE(logger.count(), 4u);
   }

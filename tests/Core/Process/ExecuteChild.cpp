@@ -1,6 +1,7 @@
 // A child program for the tests of execute, the same on every platform:
 //   exit N            ends with N
 //   sleep MS          waits MS milliseconds, then ends with 0
+//   started FILE MS   creates FILE, then waits MS milliseconds
 //   write OUT ERR     writes OUT bytes to standard output and ERR bytes to
 //                     standard error, in turns, 64 KiB at a time
 //   env NAME          prints the variable's value
@@ -38,6 +39,11 @@ int main(int argc, char** argv)
   }
   if (command == "sleep" && argc == 3) {
     std::this_thread::sleep_for(std::chrono::milliseconds(std::atol(argv[2])));
+    return 0;
+  }
+  if (command == "started" && argc == 4) {
+    std::fclose(std::fopen(argv[2], "w"));
+    std::this_thread::sleep_for(std::chrono::milliseconds(std::atol(argv[3])));
     return 0;
   }
   if (command == "write" && argc == 4) {

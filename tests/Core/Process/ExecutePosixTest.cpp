@@ -48,21 +48,34 @@ bool groupIsGone(pid_t group)
   return ::kill(-group, 0) != 0 && errno == ESRCH;
 }
 
-// Runs `script` (which prints its process id first) and cancels it once
-// its first line is out; returns the result and the group's id.
-ExecuteResult cancelWhenStarted(const std::string& script, std::chrono::milliseconds grace, pid_t& group)
+// Runs `script` and cancels it once the script has written its process
+// group's id into the file named by $ORVAN_READY; returns the result, the
+// group's id and the time from the cancellation to the return.
+ExecuteResult cancelWhenReady(const std::string& script, std::chrono::milliseconds grace, pid_t& group,
+                              std::chrono::steady_clock::duration& sinceCancel)
 {
+  TemporaryDirectory directory;
+  const std::filesystem::path ready = directory / "ready";
   CancelationToken token;
   ExecuteOptions options = shell(script);
+  options.environment["ORVAN_READY"] = ready.string();
   options.token = &token;
   options.gracePeriod = grace;
-  std::thread canceller([&token] {
-    std::this_thread::sleep_for(500ms);
+  std::string written;
+  std::chrono::steady_clock::time_point cancelled;
+  std::thread canceller([&] {
+    Orvan::Testing::waitFor([&] {
+      written = std::filesystem::exists(ready) ? Orvan::Testing::readFile(ready) : std::string();
+      return !written.empty() && written.back() == '\n';
+    });
+    cancelled = std::chrono::steady_clock::now();
     token.requestCancel();
   });
   ExecuteResult result = execute(options);
+  const auto returned = std::chrono::steady_clock::now();
   canceller.join();
-  group = static_cast<pid_t>(std::atol(result.standardOutput.c_str()));
+  sinceCancel = returned - cancelled;
+  group = static_cast<pid_t>(std::atol(written.c_str()));
   return result;
 }
 
@@ -91,23 +104,27 @@ TEST(ExecutePosix, AProgramThatIsNotExecutableDoesNotStartAndSaysWhy)
 TEST(ExecutePosix, ACancellationEndsEveryProcessOfTheGroup)
 {
   pid_t group = 0;
-  const ExecuteResult result = cancelWhenStarted("echo $$; sleep 60 & sleep 60 & wait", 5s, group);
+  std::chrono::steady_clock::duration sinceCancel{};
+  const ExecuteResult result =
+      cancelWhenReady("sleep 60 & sleep 60 & echo $$ > \"$ORVAN_READY\"; wait", 5s, group, sinceCancel);
   EXPECT_EQ(result.outcome, Outcome::Cancelled);
-  ASSERT_GT(group, 0) << result.standardOutput;
+  ASSERT_GT(group, 0);
   EXPECT_TRUE(groupIsGone(group));
-  EXPECT_LT(result.elapsed, 5s) << "the processes ended when asked, before the grace period was over";
+  EXPECT_LT(sinceCancel, 5s) << "the processes ended when asked, before the grace period was over";
   EXPECT_TRUE(hasNoChild());
 }
 
 TEST(ExecutePosix, AProcessThatIgnoresTermIsKilledAfterTheGracePeriod)
 {
   pid_t group = 0;
+  std::chrono::steady_clock::duration sinceCancel{};
   const ExecuteResult result =
-      cancelWhenStarted("echo $$; sh -c 'trap \"\" TERM; while :; do sleep 0.05; done' & wait", 700ms, group);
+      cancelWhenReady("sh -c 'trap \"\" TERM; echo $PPID > \"$ORVAN_READY\"; while :; do sleep 0.05; done' & wait",
+                      700ms, group, sinceCancel);
   EXPECT_EQ(result.outcome, Outcome::Cancelled);
-  ASSERT_GT(group, 0) << result.standardOutput;
+  ASSERT_GT(group, 0);
   EXPECT_TRUE(groupIsGone(group));
-  EXPECT_GE(result.elapsed, 1200ms) << "500 ms to the cancellation, then the grace period";
+  EXPECT_GE(sinceCancel, 700ms) << "killed only once the grace period after the cancellation was over";
   EXPECT_TRUE(hasNoChild());
 }
 

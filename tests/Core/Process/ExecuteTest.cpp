@@ -3,6 +3,7 @@
 #include <Core/Process/CancelationToken.h>
 #include <Core/Process/Execute.h>
 #include <TemporaryDirectory.h>
+#include <WaitFor.h>
 
 #include <gtest/gtest.h>
 
@@ -171,11 +172,14 @@ TEST(Execute, TheTimeLimitEndsTheProgram)
 
 TEST(Execute, ACancellationEndsTheProgram)
 {
+  TemporaryDirectory directory;
+  const std::filesystem::path started = directory / "started";
   CancelationToken token;
-  ExecuteOptions options = child({"sleep", "60000"});
+  ExecuteOptions options = child({"started", started.string(), "60000"});
   options.token = &token;
-  std::thread canceller([&token] {
-    std::this_thread::sleep_for(200ms);
+  // Cancelled once the program runs.
+  std::thread canceller([&] {
+    Orvan::Testing::waitFor([&] { return std::filesystem::exists(started); });
     token.requestCancel();
   });
   const ExecuteResult result = execute(options);

@@ -28,9 +28,6 @@ using Clock = std::chrono::system_clock;
 
 constexpr std::chrono::milliseconds RETRY_PAUSE{500};
 
-// How often the pause between attempts looks at the cancellation token.
-constexpr std::chrono::milliseconds CANCEL_CHECK_PERIOD{50};
-
 void reportEvent(Logging::LoggingType level, Event::CoreEvents event, const std::string& text)
 {
   Event::logEvent({level, Utils::ErrorManagement::PackageIdentifier::Core, event}, Event::EventValue(text));
@@ -112,7 +109,7 @@ void pauseUnlessCancelled(std::chrono::milliseconds pause, const Process::Cancel
   const auto end = std::chrono::steady_clock::now() + pause;
   for (auto now = std::chrono::steady_clock::now(); now < end && !Process::isCancelRequested(token);
        now = std::chrono::steady_clock::now()) {
-    std::this_thread::sleep_for(std::min<std::chrono::steady_clock::duration>(end - now, CANCEL_CHECK_PERIOD));
+    std::this_thread::sleep_for(std::min<std::chrono::steady_clock::duration>(end - now, Timing::CANCEL_CHECK_PERIOD));
   }
 }
 

@@ -24,9 +24,6 @@ namespace Platform = Core::Platform;
 // characters, padded with NULs.
 constexpr std::size_t DESCRIPTION_FIELD = 2047;
 
-// How often a pending connection looks at its cancellation token.
-constexpr std::chrono::milliseconds CANCEL_CHECK_PERIOD{50};
-
 // Writes `text` to `stream` in one call and flushes it. The line is formatted
 // beforehand on its own, so the host's stream flags are never touched, and
 // one write keeps the line whole among the host's own output.
@@ -34,6 +31,24 @@ void writeWhole(std::ostream& stream, const std::string& text)
 {
   stream.write(text.data(), static_cast<std::streamsize>(text.size()));
   stream.flush();
+}
+
+// How long one wait of the socket may last: until `deadline` (negative: no
+// limit when there is none), and no longer than a token check period when a
+// token may end the wait.
+std::chrono::milliseconds nextWait(std::chrono::steady_clock::time_point deadline,
+                                   const Core::Process::CancelationToken* token)
+{
+  using Clock = std::chrono::steady_clock;
+  std::chrono::milliseconds wait(-1);
+  if (deadline != Clock::time_point::max()) {
+    const Clock::time_point now = Clock::now();
+    wait = deadline > now ? std::chrono::ceil<std::chrono::milliseconds>(deadline - now) : std::chrono::milliseconds(0);
+  }
+  if (token != nullptr) {
+    wait = wait.count() < 0 ? Core::Timing::CANCEL_CHECK_PERIOD : std::min(wait, Core::Timing::CANCEL_CHECK_PERIOD);
+  }
+  return wait;
 }
 
 // Waits for a pending connection within `limits`: Connected, Failed with the
@@ -46,16 +61,8 @@ Platform::ConnectProgress awaitWithin(Platform::SocketHandle socket, const Strea
       code = Platform::CONNECT_CANCELLED;
       return Platform::ConnectProgress::Failed;
     }
-    std::chrono::milliseconds wait(-1);
-    if (limits.deadline != Clock::time_point::max()) {
-      const Clock::time_point now = Clock::now();
-      wait = limits.deadline > now ? std::chrono::ceil<std::chrono::milliseconds>(limits.deadline - now)
-                                   : std::chrono::milliseconds(0);
-    }
-    if (limits.token != nullptr) {
-      wait = wait.count() < 0 ? CANCEL_CHECK_PERIOD : std::min(wait, CANCEL_CHECK_PERIOD);
-    }
-    const Platform::ConnectProgress progress = Platform::awaitConnection(socket, wait);
+    const Platform::ConnectProgress progress =
+        Platform::awaitConnection(socket, nextWait(limits.deadline, limits.token));
     if (progress != Platform::ConnectProgress::Pending) {
       code = Platform::lastSocketError();
       return progress;
@@ -175,28 +182,19 @@ template<class CharT, class Traits, std::size_t BUFFER_SIZE>
 void basic_netbuf<CharT, Traits, BUFFER_SIZE>::awaitData()
 {
   using Clock = std::chrono::steady_clock;
-  const bool idleLimit = limits.idleTimeout.count() > 0;
   const Clock::time_point idleEnd =
-      idleLimit ? Core::Timing::deadlineAfter(limits.idleTimeout) : Clock::time_point::max();
+      limits.idleTimeout.count() > 0 ? Core::Timing::deadlineAfter(limits.idleTimeout) : Clock::time_point::max();
   for (;;) {
     if (Core::Process::isCancelRequested(limits.token)) {
       throw std::system_error(std::make_error_code(std::errc::operation_canceled),
                               "Reading from " + endpoint(address, port) + " was cancelled");
     }
-    std::chrono::milliseconds wait(-1);
-    if (idleLimit) {
-      const Clock::time_point now = Clock::now();
-      if (now >= idleEnd) {
-        throw std::system_error(std::make_error_code(std::errc::timed_out),
-                                "No data from " + endpoint(address, port) + " for " +
-                                    std::to_string(limits.idleTimeout.count()) + " ms");
-      }
-      wait = std::chrono::ceil<std::chrono::milliseconds>(idleEnd - now);
+    if (Clock::now() >= idleEnd) {
+      throw std::system_error(std::make_error_code(std::errc::timed_out),
+                              "No data from " + endpoint(address, port) + " for " +
+                                  std::to_string(limits.idleTimeout.count()) + " ms");
     }
-    if (limits.token != nullptr) {
-      wait = wait.count() < 0 ? CANCEL_CHECK_PERIOD : std::min(wait, CANCEL_CHECK_PERIOD);
-    }
-    const int ready = Platform::waitReadable(socket, wait);
+    const int ready = Platform::waitReadable(socket, nextWait(idleEnd, limits.token));
     if (ready > 0) {
       return;
     }

@@ -4,6 +4,11 @@
 
 namespace Orvan::Core::Timing {
 
+// How often a wait that a cancellation token may end looks at the token: a
+// pending connection, a blocked read, the pause between two connection
+// attempts.
+inline constexpr std::chrono::milliseconds CANCEL_CHECK_PERIOD{50};
+
 // Now plus `period` on the steady clock, saturating at the clock's largest
 // value: a period of any length (milliseconds::max(), centuries) gives a
 // deadline that simply never comes, never an overflow.
