@@ -116,7 +116,7 @@ std::optional<std::int64_t> int32Value(const std::string& digits)
 
 // What parsing a text must give: the fields, or the error.
 struct Expected {
-  enum class Kind { PARSED, RUNTIME_ERROR, OUT_OF_RANGE } kind = Kind::PARSED;
+  enum class Kind { Parsed, RuntimeError, OutOfRange } kind = Kind::Parsed;
   std::string message;
   std::string filename;
   std::string address;
@@ -128,12 +128,12 @@ Expected predict(const std::string& s, const std::optional<Captures>& captures)
 {
   Expected expected;
   const auto reject = [&expected](std::string message) {
-    expected.kind = Expected::Kind::RUNTIME_ERROR;
+    expected.kind = Expected::Kind::RuntimeError;
     expected.message = std::move(message);
     return expected;
   };
   const auto outOfRange = [&expected] {
-    expected.kind = Expected::Kind::OUT_OF_RANGE;
+    expected.kind = Expected::Kind::OutOfRange;
     return expected;
   };
   if (!captures) {
@@ -186,7 +186,7 @@ void installAssertRecorder()
 }
 
 struct Outcome {
-  Expected::Kind kind = Expected::Kind::PARSED;
+  Expected::Kind kind = Expected::Kind::Parsed;
   std::string message;
   std::optional<FileInfo> parsed;
   int assertions = 0;
@@ -200,10 +200,10 @@ Outcome parse(const Source& source)
   try {
     outcome.parsed.emplace(source);
   } catch (const std::out_of_range& error) {
-    outcome.kind = Expected::Kind::OUT_OF_RANGE;
+    outcome.kind = Expected::Kind::OutOfRange;
     outcome.message = error.what();
   } catch (const std::runtime_error& error) {
-    outcome.kind = Expected::Kind::RUNTIME_ERROR;
+    outcome.kind = Expected::Kind::RuntimeError;
     outcome.message = error.what();
   }
   outcome.assertions = assertionsSeen - before;
@@ -213,11 +213,11 @@ Outcome parse(const Source& source)
 std::string describe(Expected::Kind kind)
 {
   switch (kind) {
-  case Expected::Kind::PARSED:
+  case Expected::Kind::Parsed:
     return "parsed";
-  case Expected::Kind::RUNTIME_ERROR:
+  case Expected::Kind::RuntimeError:
     return "runtime_error";
-  case Expected::Kind::OUT_OF_RANGE:
+  case Expected::Kind::OutOfRange:
     return "out_of_range";
   }
   return "?";
@@ -257,7 +257,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         "expected " + describe(expected.kind) + " '" + expected.message + "', got " + describe(outcome.kind) + " '" +
             outcome.message + "'",
         input);
-  if (expected.kind == Expected::Kind::RUNTIME_ERROR) {
+  if (expected.kind == Expected::Kind::RuntimeError) {
     // what() is a C string: a text holding a NUL is quoted up to it.
     expected.message.resize(std::min(expected.message.size(), expected.message.find('\0')));
     check(outcome.message == expected.message,

@@ -47,7 +47,7 @@ struct FileInfo {
   };
 
   // The capture slots of the text form's pattern.
-  enum class Match : std::size_t { WHOLE, FILENAME, ADDRESS, PORT, TIMEOUT };
+  enum class Match : std::size_t { Whole, Filename, Address, Port, Timeout };
 
   using Seconds = std::chrono::duration<std::int64_t>;
 

@@ -68,10 +68,10 @@ bool matchTextForm(std::string_view text, Captures& captures)
   using Match = FileInfo::Match;
   constexpr std::string_view TIMEOUT_MARKER = "&timeout=";
   captures = Captures();
-  slot(captures, Match::WHOLE) = text;
+  slot(captures, Match::Whole) = text;
   const std::size_t drive = text.size() >= 2 && isAsciiLetter(text[0]) && text[1] == ':' ? 2 : 0;
   const std::size_t filenameEnd = std::min(text.find_first_of("@:", drive), text.size());
-  slot(captures, Match::FILENAME) = text.substr(0, filenameEnd);
+  slot(captures, Match::Filename) = text.substr(0, filenameEnd);
   if (filenameEnd == text.size()) {
     return true;
   }
@@ -86,8 +86,8 @@ bool matchTextForm(std::string_view text, Captures& captures)
   if (portEnd == colon + 1) {
     return false;
   }
-  slot(captures, Match::ADDRESS) = text.substr(filenameEnd + 1, colon - filenameEnd - 1);
-  slot(captures, Match::PORT) = text.substr(colon + 1, portEnd - colon - 1);
+  slot(captures, Match::Address) = text.substr(filenameEnd + 1, colon - filenameEnd - 1);
+  slot(captures, Match::Port) = text.substr(colon + 1, portEnd - colon - 1);
   if (portEnd == text.size()) {
     return true;
   }
@@ -99,7 +99,7 @@ bool matchTextForm(std::string_view text, Captures& captures)
   if (timeoutEnd == timeoutStart || timeoutEnd != text.size()) {
     return false;
   }
-  slot(captures, Match::TIMEOUT) = text.substr(timeoutStart);
+  slot(captures, Match::Timeout) = text.substr(timeoutStart);
   return true;
 }
 
@@ -141,10 +141,10 @@ FileInfo::FileInfo(const std::string& s)
   }
   CORE_ASSERT(matches.size() == Utils::safe_cast<std::size_t>(Utils::Enum::count<Match>()));
 
-  filename = Utils::FileHelper::toPath(std::string(text(matches, Match::FILENAME)));
-  address = text(matches, Match::ADDRESS);
+  filename = Utils::FileHelper::toPath(std::string(text(matches, Match::Filename)));
+  address = text(matches, Match::Address);
 
-  const std::string_view portText = text(matches, Match::PORT);
+  const std::string_view portText = text(matches, Match::Port);
   if (!portText.empty()) {
     // Only the low 16 bits are kept; reading them back rejects leading zeros
     // and values above 65535.
@@ -163,7 +163,7 @@ FileInfo::FileInfo(const std::string& s)
     throw formatError("Invalid port: ", s);
   }
 
-  const std::string_view timeoutText = text(matches, Match::TIMEOUT);
+  const std::string_view timeoutText = text(matches, Match::Timeout);
   if (!timeoutText.empty()) {
     timeout = Seconds(static_cast<std::int64_t>(toInt32(timeoutText)));
   }
