@@ -12,18 +12,20 @@
 #include <Core/FileServer.h>
 #include <Core/Process/CancelationToken.h>
 #include <Core/StreamDiagnostics.h>
+#include <LoopbackFile.h>
+#include <LoopbackServer.h>
+#include <LoopbackSocket.h>
+#include <SilentListener_posix.h>
 
 #include <arpa/inet.h>
 #include <fcntl.h>
 #include <netinet/in.h>
-#include <poll.h>
 #include <spawn.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <atomic>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
@@ -48,64 +50,18 @@ constexpr std::size_t PIECE = std::size_t{1} << 20;
 
 // Sends `transfer` bytes to every connection, one after the other, then closes
 // it: the remote-file protocol.
-class Server {
-public:
-  Server()
-  {
-    listener = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t length = sizeof address;
-    if (listener < 0 || ::bind(listener, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0 ||
-        ::listen(listener, 4) != 0 || ::getsockname(listener, reinterpret_cast<sockaddr*>(&address), &length) != 0) {
-      throw std::runtime_error("cannot listen on 127.0.0.1");
-    }
-    port = ntohs(address.sin_port);
-    thread = std::thread([this] { serve(); });
-  }
-
-  ~Server()
-  {
-    stopping = true;
-    thread.join();
-    ::close(listener);
-  }
-
-  unsigned short port = 0;
-
-private:
-  void serve()
-  {
-    const std::vector<char> block(PIECE, 'd');
-    while (!stopping) {
-      pollfd entry{listener, POLLIN, 0};
-      if (::poll(&entry, 1, 50) <= 0) {
-        continue;
-      }
-      const int peer = ::accept4(listener, nullptr, nullptr, SOCK_CLOEXEC);
-      if (peer < 0) {
-        continue;
-      }
-      for (std::size_t sent = 0; sent < transfer;) {
-        const ssize_t n = ::send(peer, block.data(), std::min(block.size(), transfer - sent), MSG_NOSIGNAL);
-        if (n <= 0) {
-          break;
-        }
-        sent += static_cast<std::size_t>(n);
-      }
-      ::close(peer);
-    }
-  }
-
-  int listener = -1;
-  std::atomic<bool> stopping{false};
-  std::thread thread;
-};
-
-Server& server()
+Orvan::Testing::LoopbackServer& server()
 {
-  static Server instance;
+  static Orvan::Testing::LoopbackServer instance([](Orvan::Testing::Peer& peer) {
+    static const std::vector<char> block(PIECE, 'd');
+    for (std::size_t sent = 0; sent < transfer;) {
+      const std::size_t size = std::min(block.size(), transfer - sent);
+      if (!peer.send(block.data(), size)) {
+        break;
+      }
+      sent += size;
+    }
+  });
   return instance;
 }
 
@@ -138,7 +94,7 @@ using Seconds = std::chrono::duration<double>;
 // pieces; returns the seconds it took, or a negative value on a short read.
 double readThroughMakeStream(std::vector<char>& piece)
 {
-  const FileInfo finfo(std::string("bench.bin@127.0.0.1:") + std::to_string(server().port));
+  const FileInfo finfo = Orvan::Testing::loopbackFile("bench.bin", server().port());
   QuietOutput quiet;
   const auto start = std::chrono::steady_clock::now();
   const auto stream = finfo.makeStream(std::nullopt);
@@ -154,7 +110,7 @@ double readThroughMakeStream(std::vector<char>& piece)
 // waits for each chunk before receiving it.
 double readThroughStreamOptions(std::vector<char>& piece)
 {
-  const FileInfo finfo(std::string("bench.bin@127.0.0.1:") + std::to_string(server().port));
+  const FileInfo finfo = Orvan::Testing::loopbackFile("bench.bin", server().port());
   QuietOutput quiet;
   const auto start = std::chrono::steady_clock::now();
   FileInfo::StreamOptions options;
@@ -208,7 +164,7 @@ double receiveAll(unsigned short port, std::vector<char>& buffer, std::size_t ex
 // The baseline of the reads: a plain recv loop.
 double readWithPlainRecv(std::vector<char>& buffer)
 {
-  return receiveAll(server().port, buffer, transfer);
+  return receiveAll(server().port(), buffer, transfer);
 }
 
 // Best of each, rounds alternating between the two, so that other load on a
@@ -276,20 +232,6 @@ pid_t startSocat(unsigned short port)
   return posix_spawnp(&pid, program, nullptr, nullptr, arguments, environ) == 0 ? pid : -1;
 }
 
-// A free port on 127.0.0.1, as the system picks it.
-unsigned short freePort()
-{
-  const int socket = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-  sockaddr_in address{};
-  address.sin_family = AF_INET;
-  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  socklen_t length = sizeof address;
-  ::bind(socket, reinterpret_cast<sockaddr*>(&address), sizeof address);
-  ::getsockname(socket, reinterpret_cast<sockaddr*>(&address), &length);
-  ::close(socket);
-  return ntohs(address.sin_port);
-}
-
 // FileServer and socat serving the same file to the same recv client, best
 // of 5 alternating rounds.
 void FileServerSideBySide(benchmark::State& state)
@@ -301,7 +243,7 @@ void FileServerSideBySide(benchmark::State& state)
   for (auto _ : state) {
     for (int round = 0; round < 5; ++round) {
       const double served = receiveAll(fileServer.port(), buffer, transfer);
-      const unsigned short port = freePort();
+      const unsigned short port = Orvan::Testing::Loopback::freePort();
       const pid_t process = startSocat(port);
       const double bySocat = process > 0 ? receiveAll(port, buffer, transfer) : -1;
       int status = 0;
@@ -321,51 +263,6 @@ void FileServerSideBySide(benchmark::State& state)
   state.counters["ratio"] = socat / ours;
 }
 BENCHMARK(FileServerSideBySide)->Iterations(1)->UseRealTime()->Unit(benchmark::kMillisecond);
-
-// A listener on 127.0.0.1 that never accepts. Its first connection is
-// queued and then reads nothing; once `fill` more are queued, the system
-// drops further connection requests, which then hang.
-class SilentListener {
-public:
-  explicit SilentListener(bool fill)
-  {
-    listener = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t length = sizeof address;
-    ::bind(listener, reinterpret_cast<sockaddr*>(&address), sizeof address);
-    ::listen(listener, fill ? 0 : 128);
-    ::getsockname(listener, reinterpret_cast<sockaddr*>(&address), &length);
-    port = ntohs(address.sin_port);
-    for (int i = 0; fill && i < 64; ++i) {
-      const int client = ::socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
-      fillers.push_back(client);
-      if (::connect(client, reinterpret_cast<sockaddr*>(&address), length) == 0) {
-        continue;
-      }
-      pollfd watched{client, POLLOUT, 0};
-      if (::poll(&watched, 1, 300) == 0) {
-        break; // this one hangs: the queue is full
-      }
-    }
-  }
-  ~SilentListener()
-  {
-    for (const int client : fillers) {
-      ::close(client);
-    }
-    ::close(listener);
-  }
-  SilentListener(const SilentListener&) = delete;
-  SilentListener& operator=(const SilentListener&) = delete;
-
-  unsigned short port = 0;
-
-private:
-  int listener = -1;
-  std::vector<int> fillers;
-};
 
 // Milliseconds from a cancellation to the end of `wait`, which blocks until
 // the token is cancelled.
@@ -398,8 +295,8 @@ void CancellationLatency(benchmark::State& state)
   std::vector<double> reads;
   std::vector<double> connections;
   for (auto _ : state) {
-    SilentListener silent(false);
-    const FileInfo quiet(std::string("bench.bin@127.0.0.1:") + std::to_string(silent.port));
+    Orvan::Testing::SilentListener silent(false);
+    const FileInfo quiet = Orvan::Testing::loopbackFile("bench.bin", silent.port());
     for (int run = 0; run < 100; ++run) {
       reads.push_back(cancellationLatency([&quiet](const Orvan::Core::Process::CancelationToken& token) {
         FileInfo::StreamOptions options;
@@ -409,8 +306,8 @@ void CancellationLatency(benchmark::State& state)
         stream->get(byte);
       }));
     }
-    SilentListener full(true);
-    const FileInfo hanging(std::string("bench.bin@127.0.0.1:") + std::to_string(full.port));
+    Orvan::Testing::SilentListener full(true);
+    const FileInfo hanging = Orvan::Testing::loopbackFile("bench.bin", full.port());
     for (int run = 0; run < 100; ++run) {
       connections.push_back(cancellationLatency([&hanging](const Orvan::Core::Process::CancelationToken& token) {
         FileInfo::StreamOptions options;

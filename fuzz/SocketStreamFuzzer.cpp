@@ -24,13 +24,8 @@
 // At most MAX_TOTAL bytes are sent per input.
 
 #include <Core/FileInfo.h>
-
-#include <arpa/inet.h>
-#include <netinet/in.h>
-#include <netinet/tcp.h>
-#include <poll.h>
-#include <sys/socket.h>
-#include <unistd.h>
+#include <LoopbackFile.h>
+#include <LoopbackServer.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -74,27 +69,16 @@ struct Script {
   bool reset = false;
 };
 
-// Serves one scripted connection at a time on a thread of its own. It lives
-// for the whole process: it is never destroyed, and its thread waits for the
-// next script until the process ends.
+// Serves one scripted connection at a time, on the loopback server's thread.
+// It lives for the whole process: it is never destroyed.
 class ScriptedServer {
 public:
   ScriptedServer()
+      : server([this](Orvan::Testing::Peer& peer) { serve(peer); })
   {
-    listener = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, IPPROTO_TCP);
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t length = sizeof address;
-    if (listener < 0 || ::bind(listener, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0 ||
-        ::listen(listener, 16) != 0 || ::getsockname(listener, reinterpret_cast<sockaddr*>(&address), &length) != 0) {
-      fail("cannot listen on 127.0.0.1");
-    }
-    portNumber = ntohs(address.sin_port);
-    std::thread([this] { serve(); }).detach();
   }
 
-  std::uint16_t port() const { return portNumber; }
+  std::uint16_t port() const { return server.port(); }
 
   // Hands the server the script of its next connection.
   void start(const Script& next)
@@ -118,70 +102,43 @@ public:
   }
 
 private:
-  void serve()
+  void serve(Orvan::Testing::Peer& peer)
   {
-    for (;;) {
-      const Script* current = nullptr;
-      {
-        std::unique_lock lock(mutex);
-        changed.wait(lock, [this] { return script != nullptr; });
-        current = script;
-      }
-      const std::string problem = serveOne(*current);
+    const Script* current = nullptr;
+    {
       const std::lock_guard lock(mutex);
-      script = nullptr;
-      failure = problem;
-      done = true;
-      changed.notify_all();
+      current = script;
     }
-  }
-
-  std::string serveOne(const Script& current) const
-  {
-    pollfd entry{listener, POLLIN, 0};
-    if (::poll(&entry, 1, static_cast<int>(std::chrono::milliseconds(DEADLINE).count())) <= 0) {
-      return "no connection within 30 s";
-    }
-    const int peer = ::accept4(listener, nullptr, nullptr, SOCK_CLOEXEC);
-    if (peer < 0) {
-      return "accept failed, errno " + std::to_string(errno);
-    }
-    // Each chunk leaves at once, without waiting to be coalesced.
-    const int on = 1;
-    ::setsockopt(peer, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
     std::string problem;
-    for (const std::string& chunk : current.chunks) {
-      std::size_t sent = 0;
-      while (sent < chunk.size()) {
-        const ssize_t count = ::send(peer, chunk.data() + sent, chunk.size() - sent, MSG_NOSIGNAL);
-        if (count < 0 && errno == EINTR) {
-          continue;
-        }
-        if (count <= 0) {
-          problem = "send failed, errno " + std::to_string(errno);
+    if (current == nullptr) {
+      problem = "a connection came before its script";
+    } else {
+      // Each chunk leaves at once, without waiting to be coalesced.
+      peer.sendWithoutDelay();
+      for (const std::string& chunk : current->chunks) {
+        if (!peer.send(chunk)) {
+          problem = "send failed";
           break;
         }
-        sent += static_cast<std::size_t>(count);
       }
-      if (!problem.empty()) {
-        break;
+      if (current->reset) {
+        peer.reset();
       }
     }
-    if (current.reset) {
-      const linger immediate{1, 0};
-      ::setsockopt(peer, SOL_SOCKET, SO_LINGER, &immediate, sizeof immediate);
-    }
-    ::close(peer);
-    return problem;
+    const std::lock_guard lock(mutex);
+    script = nullptr;
+    failure = problem;
+    done = true;
+    changed.notify_all();
   }
 
-  int listener = -1;
-  std::uint16_t portNumber = 0;
   std::mutex mutex;
   std::condition_variable changed;
   const Script* script = nullptr;
   bool done = false;
   std::string failure;
+  // Last, so that it is built once the state its handler uses is ready.
+  Orvan::Testing::LoopbackServer server;
 };
 
 enum class Reader { BLOCKS, CHARACTERS, ITERATOR, READSOME };
@@ -301,7 +258,7 @@ extern "C" const char* __asan_default_options()
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
 {
   static ScriptedServer& server = *new ScriptedServer;
-  static const Orvan::Core::FileInfo target("fuzz.bin@127.0.0.1:" + std::to_string(server.port()));
+  static const Orvan::Core::FileInfo target = Orvan::Testing::loopbackFile("fuzz.bin", server.port());
 
   const Reader reader = static_cast<Reader>(size > 0 ? (data[0] >> 1) & 3 : 0);
   const std::size_t block = size > 1 ? static_cast<std::size_t>(data[1]) * data[1] + 1 : 4096;

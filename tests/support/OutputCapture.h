@@ -25,4 +25,15 @@ private:
   bool capturing;
 };
 
+// Standard output and error as written on this platform, with "\r\n" line
+// ends (text-mode descriptors on Windows) turned into "\n".
+inline std::string withPlainLineEnds(std::string text)
+{
+  std::string::size_type at = 0;
+  while ((at = text.find("\r\n", at)) != std::string::npos) {
+    text.erase(at, 1);
+  }
+  return text;
+}
+
 } // namespace Orvan::Testing

@@ -1,13 +1,12 @@
 #include <Core/FileInfo.h>
 
-#include <Core/Event/CoreEvents.h>
-#include <Core/Event/Event.h>
 #include <Core/Logging/LoggingCallbackPrivate.h>
 #include <Core/Process/TimeoutRetry.h>
 #include <Utils/CoreAssert.h>
 #include <Utils/FileHelper.h>
 #include <Utils/Timer.h>
 
+#include "Event/CoreEventReport.h"
 #include "Network/SocketStream.h"
 #include "Platform/SharedFile.h"
 #include "Timing/Deadline.h"
@@ -27,11 +26,6 @@ namespace {
 using Clock = std::chrono::system_clock;
 
 constexpr std::chrono::milliseconds RETRY_PAUSE{500};
-
-void reportEvent(Logging::LoggingType level, Event::CoreEvents event, const std::string& text)
-{
-  Event::logEvent({level, Utils::ErrorManagement::PackageIdentifier::Core, event}, Event::EventValue(text));
-}
 
 // The timeout in the clock's own units; one too long for them never expires.
 Clock::duration clockDelay(FileInfo::Seconds timeout)
@@ -129,11 +123,11 @@ std::unique_ptr<std::istream> connectRemote(const FileInfo& finfo, Network::Stre
   }
   const Process::CancelationToken* token = options.token;
   for (;;) {
-    reportEvent(Logging::LoggingType::Info, Event::CONNECTING, "Connecting to: '" + target + "'...");
+    Event::reportCoreEvent(Logging::LoggingType::Info, Event::CONNECTING, "Connecting to: '" + target + "'...");
     try {
       auto stream = std::make_unique<Network::basic_instream<char>>(finfo.address.c_str(), finfo.port,
                                                                     attemptLimits(finfo, timer, options));
-      reportEvent(Logging::LoggingType::Info, Event::CONNECTED, "Connected to: '" + target + "'.");
+      Event::reportCoreEvent(Logging::LoggingType::Info, Event::CONNECTED, "Connected to: '" + target + "'.");
       return stream;
     } catch (const std::system_error& error) {
       // The policy decides, but no attempt follows a cancellation of the
@@ -142,7 +136,8 @@ std::unique_ptr<std::istream> connectRemote(const FileInfo& finfo, Network::Stre
         pauseUnlessCancelled(RETRY_PAUSE, token);
         continue;
       }
-      reportEvent(Logging::LoggingType::Error, Event::FAILED_TO_CONNECT, "Failed to connected to: '" + target + "'!");
+      Event::reportCoreEvent(Logging::LoggingType::Error, Event::FAILED_TO_CONNECT,
+                             "Failed to connected to: '" + target + "'!");
       throw std::system_error(error);
     }
   }

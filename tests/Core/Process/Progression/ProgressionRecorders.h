@@ -1,11 +1,11 @@
 #pragma once
 
-#include <Core/Event/EventInfo.h>
-#include <Core/Event/EventListener.h>
+#include <Core/Event/Event.h>
 #include <Core/Process/Progression/ProcessProgressionLinear.h>
 #include <Core/Process/Progression/ProcessProgressionTreeNode.h>
 #include <Core/Process/Progression/ProgressionObservable.h>
 #include <Core/Process/Progression/ProgressionObserver.h>
+#include <EventRecorder.h>
 #include <FacadeReset.h>
 #include <RecordingLogger.h>
 #include <WaitFor.h>
@@ -35,23 +35,8 @@ observableOf(const std::shared_ptr<Progression::ProcessProgressionTreeNode>& roo
   return std::shared_ptr<Progression::ProgressionObservable>(root, node);
 }
 
-// Keeps every event it hears.
-struct RecordingListener : Core::Event::EventListener {
-  void onEvent(const Core::Event::EventInfo& info) override
-  {
-    const std::lock_guard lock(mutex);
-    events.push_back(info);
-  }
-
-  std::vector<Core::Event::EventInfo> received() const
-  {
-    const std::lock_guard lock(mutex);
-    return events;
-  }
-
-  mutable std::mutex mutex;
-  std::vector<Core::Event::EventInfo> events;
-};
+// The observer tests know the event recorder as the listener they install.
+using RecordingListener = EventRecorder;
 
 // A test that records what observers log and report as events. Each call to
 // installFreshReceivers starts over with empty ones.

@@ -1,0 +1,230 @@
+// What only POSIX systems show of makeStream: connection requests that the
+// system drops, signals, closed standard streams and FIFOs.
+
+#include <Core/Event/CoreEvents.h>
+#include <Core/FileInfo.h>
+#include <Core/Process/CancelationToken.h>
+#include <Core/Process/TimeoutRetry.h>
+#include <LoopbackFile.h>
+#include <RecordingTest.h>
+#include <SilentListener_posix.h>
+#include <TemporaryDirectory.h>
+#include <WaitFor.h>
+
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <chrono>
+#include <csignal>
+#include <future>
+#include <iterator>
+#include <string>
+#include <system_error>
+#include <thread>
+#include <vector>
+
+#include <arpa/inet.h>
+#include <fcntl.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/time.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+using Orvan::Core::FileInfo;
+using Orvan::Core::Process::CancelationToken;
+using Orvan::Core::Process::TimeoutRetry;
+using Orvan::Testing::loopbackFile;
+using Orvan::Testing::RecordingTest;
+using Orvan::Testing::SilentListener;
+using Orvan::Testing::TemporaryDirectory;
+using namespace std::chrono_literals;
+namespace Events = Orvan::Core::Event;
+using Clock = std::chrono::steady_clock;
+
+namespace {
+
+class MakeStreamPosix : public RecordingTest {};
+
+sockaddr_in loopback(unsigned short port)
+{
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  address.sin_port = htons(port);
+  return address;
+}
+
+// Connects to `finfo` and returns the code of the std::system_error it
+// fails with (0 when it connects), and how long it took.
+int failureCode(const FileInfo& finfo, Clock::duration& took)
+{
+  const Clock::time_point start = Clock::now();
+  int code = 0;
+  try {
+    finfo.makeStream(std::ios::in);
+  } catch (const std::system_error& error) {
+    code = error.code().value();
+  }
+  took = Clock::now() - start;
+  return code;
+}
+
+void ignoreSignal(int) {}
+
+} // namespace
+
+TEST_F(MakeStreamPosix, AConnectionThatHangsEndsWhenTheTimeoutHasRunOut)
+{
+  SilentListener server(true);
+  ASSERT_TRUE(server.isReady());
+  TimeoutRetry policy;
+  FileInfo finfo = loopbackFile("data.bin", server.port(), 1);
+  finfo.retry = &policy;
+
+  Clock::duration took{};
+  EXPECT_EQ(failureCode(finfo, took), ETIMEDOUT);
+  EXPECT_GE(took, 900ms);
+  EXPECT_LT(took, 10s) << "the system's own connection time-out is over two minutes";
+  const std::vector<std::uint32_t> ids = events->ids();
+  ASSERT_GE(ids.size(), 3u);
+  EXPECT_EQ(ids.front(), Events::CONNECTING);
+  EXPECT_EQ(ids[ids.size() - 2], Events::TIMEOUT_REACHED);
+  EXPECT_EQ(ids.back(), Events::FAILED_TO_CONNECT);
+}
+
+TEST_F(MakeStreamPosix, AConnectionThatHangsEndsSoonAfterItsTokenIsCancelled)
+{
+  SilentListener server(true);
+  ASSERT_TRUE(server.isReady());
+  CancelationToken token;
+  TimeoutRetry policy(&token);
+  FileInfo finfo = loopbackFile("data.bin", server.port(), 600);
+  finfo.retry = &policy;
+
+  // Cancelled once the attempt has begun: the Connecting event comes just
+  // before it.
+  Clock::time_point cancelled{};
+  std::thread canceller([&] {
+    Orvan::Testing::waitFor([&] { return events->count(Events::CONNECTING) > 0; });
+    cancelled = Clock::now();
+    token.requestCancel();
+  });
+  Clock::duration took{};
+  const int code = failureCode(finfo, took);
+  const Clock::time_point end = Clock::now();
+  canceller.join();
+  EXPECT_EQ(code, ECANCELED);
+  EXPECT_LT(end - cancelled, 2s) << "a cancellation is noticed within 200 ms";
+  EXPECT_EQ(events->ids(),
+            (std::vector<std::uint32_t>{Events::CONNECTING, Events::CANCELLED_CONNECTION, Events::FAILED_TO_CONNECT}));
+}
+
+TEST_F(MakeStreamPosix, SignalsDuringAConnectionDoNotEndIt)
+{
+  SilentListener server(true);
+  ASSERT_TRUE(server.isReady());
+  // A handler installed without SA_RESTART interrupts blocking calls; an
+  // interval timer raises its signal every 5 ms while the connection waits.
+  struct sigaction handler {};
+  handler.sa_handler = ignoreSignal;
+  struct sigaction previous {};
+  ASSERT_EQ(::sigaction(SIGALRM, &handler, &previous), 0);
+  itimerval every5ms{};
+  every5ms.it_interval.tv_usec = 5000;
+  every5ms.it_value.tv_usec = 5000;
+  ASSERT_EQ(::setitimer(ITIMER_REAL, &every5ms, nullptr), 0);
+
+  TimeoutRetry policy;
+  FileInfo finfo = loopbackFile("data.bin", server.port(), 1);
+  finfo.retry = &policy;
+  Clock::duration took{};
+  const int code = failureCode(finfo, took);
+  const itimerval stopped{};
+  ::setitimer(ITIMER_REAL, &stopped, nullptr);
+  ::sigaction(SIGALRM, &previous, nullptr);
+
+  EXPECT_EQ(code, ETIMEDOUT) << std::system_category().message(code);
+  EXPECT_LT(took, 10s);
+}
+
+TEST_F(MakeStreamPosix, AHostWithoutStandardOutputSendsNothingToTheServer)
+{
+  const int listener = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  sockaddr_in address = loopback(0);
+  socklen_t length = sizeof address;
+  ASSERT_EQ(::bind(listener, reinterpret_cast<sockaddr*>(&address), length), 0);
+  ASSERT_EQ(::listen(listener, 1), 0);
+  ASSERT_EQ(::getsockname(listener, reinterpret_cast<sockaddr*>(&address), &length), 0);
+
+  const pid_t child = ::fork();
+  ASSERT_GE(child, 0);
+  if (child == 0) {
+    // The host has closed its standard output: descriptor 1 is free.
+    ::close(1);
+    int status = 1;
+    try {
+      const auto stream = loopbackFile("data.bin", ntohs(address.sin_port), 0).makeStream(std::ios::in);
+      const std::string data(std::istreambuf_iterator<char>(*stream), {});
+      status = data == "payload" ? 0 : 1;
+    } catch (...) {
+      status = 2;
+    }
+    ::_exit(status);
+  }
+
+  pollfd waiting{listener, POLLIN, 0};
+  ASSERT_EQ(::poll(&waiting, 1, 30000), 1);
+  const int connection = ::accept(listener, nullptr, nullptr);
+  ASSERT_GE(connection, 0);
+  ASSERT_EQ(::send(connection, "payload", 7, MSG_NOSIGNAL), 7);
+  ::shutdown(connection, SHUT_WR);
+  std::string received;
+  char buffer[256];
+  for (ssize_t count = 0; (count = ::recv(connection, buffer, sizeof buffer, 0)) > 0;) {
+    received.append(buffer, static_cast<std::size_t>(count));
+  }
+  ::close(connection);
+  ::close(listener);
+  int status = 0;
+  ASSERT_EQ(::waitpid(child, &status, 0), child);
+  EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
+  EXPECT_EQ(received, "") << "the library's own output went into the connection";
+}
+
+TEST_F(MakeStreamPosix, AFifoWithoutAWriterOpensAtOnceAndIsAtItsEnd)
+{
+  TemporaryDirectory directory;
+  const auto path = directory / "fifo";
+  ASSERT_EQ(::mkfifo(path.c_str(), 0600), 0);
+  auto opening = std::async(std::launch::async, [&path] {
+    const auto stream = FileInfo(path).makeStream(std::ios::in);
+    return std::string(std::istreambuf_iterator<char>(*stream), {});
+  });
+  if (opening.wait_for(30s) != std::future_status::ready) {
+    // A writer lets the blocked opening go, so that the test can end.
+    const int writer = ::open(path.c_str(), O_WRONLY | O_CLOEXEC);
+    ::close(writer);
+    opening.wait();
+    FAIL() << "opening a FIFO waited for a writer";
+  }
+  EXPECT_EQ(opening.get(), "");
+}
+
+TEST_F(MakeStreamPosix, AFifoIsReadAsAFileOnceItsWriterComes)
+{
+  TemporaryDirectory directory;
+  const auto path = directory / "fifo";
+  ASSERT_EQ(::mkfifo(path.c_str(), 0600), 0);
+  // The writer opens first, without waiting for a reader.
+  const int keeper = ::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+  const int writer = ::open(path.c_str(), O_WRONLY | O_CLOEXEC);
+  ASSERT_GE(writer, 0);
+  const auto stream = FileInfo(path).makeStream(std::ios::in);
+  ::close(keeper);
+  ASSERT_EQ(::write(writer, "through the fifo", 16), 16);
+  ::close(writer);
+  EXPECT_EQ(std::string(std::istreambuf_iterator<char>(*stream), {}), "through the fifo");
+}
