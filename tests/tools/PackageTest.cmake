@@ -101,7 +101,7 @@ run(COMMAND ${CMAKE_COMMAND} -S ${consumer} -B ${WORK_DIR}/subdirectory -G ${GEN
             -DCMAKE_CXX_COMPILER=${CXX_COMPILER} -DCMAKE_BUILD_TYPE=Release -DCMAKE_INSTALL_PREFIX=/usr
             -DORVAN_SOURCE_DIR=${SOURCE_DIR})
 run(COMMAND ${CMAKE_COMMAND} --build ${WORK_DIR}/subdirectory --target help OUTPUT targets)
-foreach(unwanted Orvan_Core_FileAccess_tests Orvan_header_check orvan gtest)
+foreach(unwanted Orvan_Utils_tests Orvan_Core_tests Orvan_readme_examples Orvan_header_check orvan gtest)
   string(REGEX MATCH "(^|\n)${unwanted}[:\n ]" found "${targets}")
   if(found)
     message(FATAL_ERROR "add_subdirectory defines the target ${unwanted}:\n${targets}")
