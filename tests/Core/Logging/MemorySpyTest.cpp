@@ -276,7 +276,7 @@ TEST(MemorySpy, SecondStartIsReportedFromItsFixedPlace)
   ASSERT_EQ(reports.size(), 1u);
   EXPECT_EQ(reports[0].message, "CORE_ASSERT failed: 'spyerThread == nullptr'");
   EXPECT_EQ(reports[0].file, "src/Core/src/Core/Logging/MemorySpy.cpp");
-  EXPECT_EQ(reports[0].line, 87u);
+  EXPECT_EQ(reports[0].line, 88u);
   // The first thread carries on and is stopped with the spy.
   EXPECT_TRUE(waitFor([&] { return logger.count() >= 1; }));
 }

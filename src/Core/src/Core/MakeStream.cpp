@@ -11,6 +11,7 @@
 #include "Network/SocketStream.h"
 #include "Platform/SharedFile.h"
 #include "Timing/Deadline.h"
+#include "Timing/Periods.h"
 
 #include <algorithm>
 #include <chrono>
@@ -25,8 +26,6 @@ namespace Orvan::Core {
 namespace {
 
 using Clock = std::chrono::system_clock;
-
-constexpr std::chrono::milliseconds RETRY_PAUSE{500};
 
 void reportEvent(Logging::LoggingType level, Event::CoreEvents event, const std::string& text)
 {
@@ -139,7 +138,7 @@ std::unique_ptr<std::istream> connectRemote(const FileInfo& finfo, Network::Stre
       // The policy decides, but no attempt follows a cancellation of the
       // host's token, which the policy may not know of.
       if (finfo.retry != nullptr && (*finfo.retry)(finfo, timer) && !Process::isCancelRequested(token)) {
-        pauseUnlessCancelled(RETRY_PAUSE, token);
+        pauseUnlessCancelled(Timing::CONNECT_RETRY_PAUSE, token);
         continue;
       }
       reportEvent(Logging::LoggingType::Error, Event::FAILED_TO_CONNECT, "Failed to connected to: '" + target + "'!");
