@@ -78,9 +78,9 @@ MemorySpy::~MemorySpy() = default;
 //
 // The mutex is held while the thread is created, so that start, wakeUp and
 // the pauses of the sampling thread are ordered with one another. The report
-// names the thread as the spy has always called it, so that a host's
-// handler can tell this broken contract from any other; its file and line
-// stay where they are for the same reason.
+// names the thread as the spy has always called it and comes from this very
+// line: hosts' handlers recognise it by its text, file and line, so the
+// lines above it keep their count.
 void MemorySpy::start()
 {
   const Timing::PeriodicWorker::Lock lock = sampler->lock();

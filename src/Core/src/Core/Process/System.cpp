@@ -4,7 +4,6 @@
 #include "Platform/Process.h"
 #include "Timing/Periods.h"
 
-#include <chrono>
 #include <sstream>
 
 namespace Orvan::Core::System {
