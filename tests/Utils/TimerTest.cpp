@@ -1,13 +1,14 @@
 #include <AssertRecorder.h>
+#include <ManualSteadyClock.h>
 #include <Utils/Timer.h>
 
 #include <gtest/gtest.h>
 
 #include <chrono>
-#include <thread>
 
 using Clock = std::chrono::system_clock;
 using Orvan::Testing::AssertRecorder;
+using Orvan::Testing::ManualSteadyClock;
 using Orvan::Utils::Timer;
 
 TEST(Timer, ZeroDurationHasElapsedImmediately)
@@ -24,10 +25,15 @@ TEST(Timer, ZeroDelayIsExpiredAtOnce)
 
 TEST(Timer, ExpiresOnceItsDelayHasPassed)
 {
-  const Timer<Clock> timer(std::chrono::milliseconds(50));
+  const Timer<ManualSteadyClock> timer(std::chrono::milliseconds(50));
   EXPECT_FALSE(timer.hasElapsed(std::chrono::hours(1)));
-  std::this_thread::sleep_for(std::chrono::milliseconds(60));
+  EXPECT_FALSE(timer.isExpired());
+  ManualSteadyClock::advance(std::chrono::milliseconds(49));
+  EXPECT_FALSE(timer.isExpired());
+  EXPECT_TRUE(timer.hasElapsed(std::chrono::milliseconds(49)));
+  ManualSteadyClock::advance(std::chrono::milliseconds(1));
   EXPECT_TRUE(timer.isExpired());
+  EXPECT_FALSE(timer.hasElapsed(std::chrono::hours(1)));
 }
 
 TEST(Timer, SecondsAreConvertedToTheClocksUnitExactly)

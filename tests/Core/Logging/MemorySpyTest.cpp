@@ -1,9 +1,11 @@
-// The sampling thread of a memory spy is internal to the library; this
-// program builds it from its source, so these tests drive it directly.
+// The spies that pause here run on a clock the tests move by hand: a pause
+// ends when the test says so, and a test that shows that no sample comes
+// moves the clock past the period before looking.
 #include "LogFile.h"
 
 #include <Core/Logging/LevelLogger.h>
 #include <Core/Logging/MemorySpy.h>
+#include <ManualClock.h>
 #include <Utils/CoreAssert.h>
 #include <WaitFor.h>
 
@@ -24,6 +26,7 @@ using Orvan::Core::Logging::LoggingType;
 using Orvan::Core::Logging::MemorySpy;
 using Orvan::Core::Logging::MemoryUsageCapture;
 using Orvan::Testing::isMemorySample;
+using Orvan::Testing::ManualClock;
 using Orvan::Testing::waitFor;
 using namespace std::chrono_literals;
 using Clock = std::chrono::steady_clock;
@@ -34,18 +37,13 @@ constexpr std::uint64_t KIB = 1024;
 constexpr std::uint64_t MIB = 1024 * KIB;
 constexpr std::uint64_t GIB = 1024 * MIB;
 
-// Keeps the verbose lines it receives with the moment they arrived; other
-// levels are not expected from a spy.
+// Keeps the verbose lines it receives; other levels are not expected from a
+// spy.
 class SampleRecorder : public Orvan::Core::Logging::LevelLogger {
 public:
-  struct Sample {
-    Clock::time_point arrival;
-    std::string text;
-  };
-
   void triggerLogMemory() override { unexpected("triggerLogMemory"); }
 
-  std::vector<Sample> received() const
+  std::vector<std::string> received() const
   {
     const std::lock_guard lock(mutex);
     return samples;
@@ -61,18 +59,18 @@ protected:
       return;
     }
     const std::lock_guard lock(mutex);
-    samples.push_back({Clock::now(), message});
+    samples.push_back(message);
   }
 
 private:
   void unexpected(const std::string& call)
   {
     const std::lock_guard lock(mutex);
-    samples.push_back({Clock::now(), "unexpected " + call});
+    samples.push_back("unexpected " + call);
   }
 
   mutable std::mutex mutex;
-  std::vector<Sample> samples;
+  std::vector<std::string> samples;
 };
 
 // Holds every sample until released, so that the spy can be caught while
@@ -156,14 +154,15 @@ TEST(MemorySampleLine, SixFiguresSeparatedByTabsWithNoTrailingTab)
 
 TEST(MemorySpy, TakesItsFirstSampleRightAfterStart)
 {
+  const auto clock = std::make_shared<ManualClock>();
   SampleRecorder logger;
-  MemorySpy spy(logger, 1h);
+  MemorySpy spy(logger, 1h, clock);
   spy.start();
-  // Long before the hour of the period.
-  ASSERT_TRUE(waitFor([&] { return logger.count() >= 1; }));
+  // Pausing, with the clock where it was at the start.
+  ASSERT_TRUE(clock->waitUntilSettled(1));
   const auto samples = logger.received();
-  EXPECT_EQ(samples.size(), 1u);
-  EXPECT_TRUE(isMemorySample(samples.front().text)) << samples.front().text;
+  ASSERT_EQ(samples.size(), 1u);
+  EXPECT_TRUE(isMemorySample(samples.front())) << samples.front();
 }
 
 TEST(MemorySpy, PeriodOfZeroSamplesBackToBack)
@@ -185,24 +184,33 @@ TEST(MemorySpy, NegativePeriodSamplesBackToBack)
 TEST(MemorySpy, WakeUpDuringAPauseSamplesAtOnceAndTheNextSampleFollowsAFullPeriodLater)
 {
   const auto period = 1500ms;
+  const auto clock = std::make_shared<ManualClock>();
   SampleRecorder logger;
-  MemorySpy spy(logger, period);
+  MemorySpy spy(logger, period, clock);
   spy.start();
-  ASSERT_TRUE(waitFor([&] { return logger.count() == 1; }));
-  // A wake-up that lands before the pause has begun is lost: repeat it until
-  // the sample shows.
-  ASSERT_TRUE(waitFor([&] {
-    spy.wakeUp();
-    return waitFor([&] { return logger.count() >= 2; }, 20ms);
-  }));
+  ASSERT_TRUE(clock->waitUntilSettled(1));
+  clock->advance(500ms);
+  ASSERT_TRUE(clock->waitUntilSettled(1));
+  ASSERT_EQ(logger.count(), 1u);
+
+  // The spy is pausing: the wake-up cuts the pause short.
+  spy.wakeUp();
+  ASSERT_TRUE(waitFor([&] { return logger.count() >= 2; }));
+  ASSERT_TRUE(clock->waitUntilSettled(1));
+  EXPECT_EQ(clock->deadlines(), std::vector<ManualClock::time_point>{clock->now() + period});
+
+  // A full pause follows the woken sample.
+  clock->advance(period - 1ms);
+  ASSERT_TRUE(clock->waitUntilSettled(1));
+  EXPECT_EQ(logger.count(), 2u);
+  clock->advance(1ms);
   ASSERT_TRUE(waitFor([&] { return logger.count() >= 3; }));
+  ASSERT_TRUE(clock->waitUntilSettled(1));
 
   const auto samples = logger.received();
-  EXPECT_LT(samples[1].arrival - samples[0].arrival, period) << "the wake-up cut the pause short";
-  // A full pause follows the woken sample (with slack for coarse timers).
-  EXPECT_GE(samples[2].arrival - samples[1].arrival, period - 50ms);
+  EXPECT_EQ(samples.size(), 3u);
   for (const auto& sample : samples) {
-    EXPECT_TRUE(isMemorySample(sample.text)) << sample.text;
+    EXPECT_TRUE(isMemorySample(sample)) << sample;
   }
 }
 
@@ -216,10 +224,12 @@ TEST(MemorySpy, WakeUpBeforeStartHasNoEffect)
 
 TEST(MemorySpy, DestroyingAWaitingSpyReturnsPromptly)
 {
+  const auto clock = std::make_shared<ManualClock>();
   SampleRecorder logger;
-  auto spy = std::make_unique<MemorySpy>(logger, 1h);
+  auto spy = std::make_unique<MemorySpy>(logger, 1h, clock);
   spy->start();
-  ASSERT_TRUE(waitFor([&] { return logger.count() == 1; }));
+  ASSERT_TRUE(clock->waitUntilSettled(1));
+  // The clock stays where it is: only the stop can end the pause.
   const auto start = Clock::now();
   spy.reset();
   EXPECT_LT(Clock::now() - start, 30s); // far below the hour of the period
@@ -276,34 +286,34 @@ TEST(MemorySpy, SecondStartIsReportedFromItsFixedPlace)
   ASSERT_EQ(reports.size(), 1u);
   EXPECT_EQ(reports[0].message, "CORE_ASSERT failed: 'spyerThread == nullptr'");
   EXPECT_EQ(reports[0].file, "src/Core/src/Core/Logging/MemorySpy.cpp");
-  EXPECT_EQ(reports[0].line, 87u);
+  EXPECT_EQ(reports[0].line, 88u);
   // The first thread carries on and is stopped with the spy.
   EXPECT_TRUE(waitFor([&] { return logger.count() >= 1; }));
 }
 
 // Periods too long for the clock (the largest count of milliseconds, three
 // centuries) pause until a wake-up: the first sample, then one per wake-up,
-// and nothing else.
+// and nothing else, however far the clock goes (a deadline that overflowed
+// would have come long ago).
 TEST(MemorySpy, HugePeriodsSampleOnlyAtStartAndOnWakeUp)
 {
   for (const std::chrono::milliseconds period :
        {std::chrono::milliseconds::max(), std::chrono::milliseconds(std::chrono::hours(24 * 365 * 300))}) {
+    const auto clock = std::make_shared<ManualClock>();
     SampleRecorder logger;
-    MemorySpy spy(logger, period);
+    MemorySpy spy(logger, period, clock);
     spy.start();
-    ASSERT_TRUE(waitFor([&] { return logger.count() == 1; }));
+    ASSERT_TRUE(clock->waitUntilSettled(1));
+    ASSERT_EQ(logger.count(), 1u);
+    EXPECT_EQ(clock->deadlines(), std::vector<ManualClock::time_point>{ManualClock::time_point::max()});
     for (std::size_t expected = 2; expected <= 3; ++expected) {
-      // A wake-up that lands before the pause has begun is lost: repeat it
-      // until the sample shows.
-      ASSERT_TRUE(waitFor([&] {
-        spy.wakeUp();
-        return waitFor([&] { return logger.count() >= expected; }, 20ms);
-      }));
+      spy.wakeUp();
+      ASSERT_TRUE(waitFor([&] { return logger.count() >= expected; }));
+      ASSERT_TRUE(clock->waitUntilSettled(1));
     }
-    // No sample comes unasked (a wake-up repeated just as its sample came
-    // may give one more); a deadline that overflowed sampled thousands of
-    // times a second. The wait proves that nothing comes.
-    std::this_thread::sleep_for(200ms);
-    EXPECT_LE(logger.count(), 4u);
+    // Two centuries on, still nothing comes unasked.
+    clock->advance(std::chrono::hours(24 * 365 * 200));
+    ASSERT_TRUE(clock->waitUntilSettled(1));
+    EXPECT_EQ(logger.count(), 3u);
   }
 }

@@ -10,6 +10,7 @@
 #include "Network/SocketStream.h"
 #include "Platform/SharedFile.h"
 #include "Timing/Deadline.h"
+#include "Timing/Periods.h"
 
 #include <algorithm>
 #include <chrono>
@@ -24,8 +25,6 @@ namespace Orvan::Core {
 namespace {
 
 using Clock = std::chrono::system_clock;
-
-constexpr std::chrono::milliseconds RETRY_PAUSE{500};
 
 // The timeout in the clock's own units; one too long for them never expires.
 Clock::duration clockDelay(FileInfo::Seconds timeout)
@@ -133,7 +132,7 @@ std::unique_ptr<std::istream> connectRemote(const FileInfo& finfo, Network::Stre
       // The policy decides, but no attempt follows a cancellation of the
       // host's token, which the policy may not know of.
       if (finfo.retry != nullptr && (*finfo.retry)(finfo, timer) && !Process::isCancelRequested(token)) {
-        pauseUnlessCancelled(RETRY_PAUSE, token);
+        pauseUnlessCancelled(Timing::CONNECT_RETRY_PAUSE, token);
         continue;
       }
       Event::reportCoreEvent(Logging::LoggingType::Error, Event::FAILED_TO_CONNECT,

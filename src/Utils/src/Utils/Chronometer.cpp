@@ -7,7 +7,13 @@
 namespace Orvan::Utils {
 
 Chronometer::Chronometer()
-    : start(std::chrono::steady_clock::now())
+    : Chronometer([] { return std::chrono::steady_clock::now(); })
+{
+}
+
+Chronometer::Chronometer(Now now)
+    : now(now)
+    , start(now())
 {
 }
 
@@ -15,7 +21,7 @@ Chronometer::~Chronometer() = default;
 
 std::chrono::steady_clock::duration Chronometer::elapsed() const
 {
-  return std::chrono::steady_clock::now() - start;
+  return now() - start;
 }
 
 std::string Chronometer::elapsedTimeAsStr() const

@@ -3,6 +3,8 @@
 #include <AssertRecorder.h>
 #include <Core/Process/Progression/ProcessProgressionLinear.h>
 #include <Core/Process/Progression/ProgressionObserver.h>
+#include <Core/Timing/WorkerClock.h>
+#include <ManualClock.h>
 #include <WaitFor.h>
 
 #include <gtest/gtest.h>
@@ -19,6 +21,7 @@ using Orvan::Core::Process::Progression::ProcessProgressionLinear;
 using Orvan::Core::Process::Progression::ProgressionObservable;
 using Orvan::Core::Process::Progression::ProgressionObserver;
 using Orvan::Testing::AssertRecorder;
+using Orvan::Testing::ManualClock;
 using Orvan::Testing::waitFor;
 using namespace std::chrono_literals;
 
@@ -27,8 +30,9 @@ namespace {
 // Counts its deliveries; built deferred, it starts only when told to.
 class UnstartedObserver : public ProgressionObserver {
 public:
-  UnstartedObserver(std::weak_ptr<ProgressionObservable> observable, unsigned int period)
-      : ProgressionObserver(std::move(observable), period, DeferredStart{})
+  UnstartedObserver(std::weak_ptr<ProgressionObservable> observable, unsigned int period,
+                    std::shared_ptr<Orvan::Core::Timing::WorkerClock> clock = Orvan::Core::Timing::steadyWorkerClock())
+      : ProgressionObserver(std::move(observable), period, DeferredStart{}, std::move(clock))
   {
   }
 
@@ -80,12 +84,16 @@ public:
 
 TEST(DeferredObserver, DeliversNothingBeforeItStarts)
 {
+  const auto clock = std::make_shared<ManualClock>();
   auto counter = std::make_shared<ProcessProgressionLinear>(10);
-  UnstartedObserver observer(counter, 0);
+  UnstartedObserver observer(counter, 0, clock);
   ++*counter;
-  // Not registered yet: the change above is not even pending.
+  // Not registered yet: the change above is not even pending, and the thread
+  // goes on waiting for one however far the clock goes.
   observer.startObserving();
-  std::this_thread::sleep_for(100ms); // proves that nothing comes
+  ASSERT_TRUE(clock->waitUntilSettled(1));
+  clock->advance(1h);
+  ASSERT_TRUE(clock->waitUntilSettled(1));
   EXPECT_EQ(observer.delivered.load(), 0);
 
   ++*counter;
@@ -125,13 +133,23 @@ TEST(DeferredObserver, SecondStartIsIgnored)
 
 TEST(DeferredObserver, StartAfterStopDoesNothing)
 {
+  AssertRecorder recorder;
+  const auto clock = std::make_shared<ManualClock>();
   auto counter = std::make_shared<ProcessProgressionLinear>(10);
-  UnstartedObserver observer(counter, 0);
-  observer.stopObserving();
-  observer.startObserving();
+  {
+    UnstartedObserver observer(counter, 0, clock);
+    observer.stopObserving();
+    observer.startObserving();
+    // Not registered: the change does not reach the observer, which would
+    // report a poke without a thread.
+    ++*counter;
+    EXPECT_TRUE(clock->settled(0)) << "a thread waits on the clock";
+    EXPECT_EQ(observer.delivered.load(), 0);
+  }
+  // Destroyed (no thread to join): a registration left behind would reach
+  // the gone observer here, which the address sanitizer would notice.
   ++*counter;
-  std::this_thread::sleep_for(100ms); // proves that nothing comes
-  EXPECT_EQ(observer.delivered.load(), 0);
+  EXPECT_EQ(recorder.messages(), std::vector<std::string>{});
 }
 
 TEST(DeferredObserver, StartedObserverOfAGoneObservableIsNeverPoked)

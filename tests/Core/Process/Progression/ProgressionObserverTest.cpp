@@ -6,15 +6,17 @@
 #include <Core/Process/Progression/ProcessProgressionLinear.h>
 #include <Core/Process/Progression/ProgressionObservable.h>
 #include <Core/Process/Progression/ProgressionObserver.h>
+#include <ManualClock.h>
 #include <RecordingLogger.h>
 #include <WaitFor.h>
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <chrono>
 #include <memory>
 #include <string>
-#include <thread>
+#include <utility>
 #include <variant>
 #include <vector>
 
@@ -23,6 +25,7 @@ using Orvan::Core::Logging::LoggingType;
 using Orvan::Core::Process::Progression::ProcessProgressionLinear;
 using Orvan::Core::Process::Progression::ProgressionObservable;
 using Orvan::Testing::AssertRecorder;
+using Orvan::Testing::ManualClock;
 using Orvan::Testing::OBSERVABLE_GONE;
 using Orvan::Testing::RecordingListener;
 using Orvan::Testing::RecordingLogger;
@@ -33,13 +36,31 @@ using namespace std::chrono_literals;
 
 namespace {
 
-// Long enough for a thread that could deliver to do so: only used to show
-// that nothing comes.
-constexpr auto QUIET_SPELL = 200ms;
+// Counts its deliveries, with period 0, into counters that outlive it: once
+// it is destroyed, its thread has been joined and its count is final.
+class CountingObserver : public Orvan::Core::Process::Progression::ProgressionObserver {
+public:
+  CountingObserver(std::weak_ptr<ProgressionObservable> observable, std::atomic<int>& delivered,
+                   std::atomic<double>& last)
+      : ProgressionObserver(std::move(observable), 0, DeferredStart{})
+      , delivered(delivered)
+      , last(last)
+  {
+    startObserving();
+  }
 
-// Tests that need the machine to set up a scene within a period start again
-// when a busy machine was too slow for it.
-constexpr int ATTEMPTS = 5;
+  ~CountingObserver() override { stopObserving(); }
+
+  void onProgressionUpdated(double progression) override
+  {
+    last.store(progression);
+    ++delivered;
+  }
+
+private:
+  std::atomic<int>& delivered;
+  std::atomic<double>& last;
+};
 
 } // namespace
 
@@ -47,43 +68,50 @@ class ProgressionObserver : public Orvan::Testing::ObservationTest {};
 
 TEST_F(ProgressionObserver, PeriodCoalescesAThousandChangesIntoOneDeliveryOfTheFinalFraction)
 {
-  for (int attempt = 0; attempt < ATTEMPTS; ++attempt) {
-    auto counter = std::make_shared<ProcessProgressionLinear>(1000);
-    const auto constructed = std::chrono::steady_clock::now();
-    RecordingObserver observer(counter, 100);
-    for (int step = 0; step < 1000; ++step) {
-      ++*counter;
-    }
-    if (std::chrono::steady_clock::now() - constructed >= 50ms) {
-      continue;
-    }
-
-    ASSERT_TRUE(observer.waitForCount(1));
-    const RecordingObserver::Delivery delivery = observer.deliveries().front();
-    EXPECT_EQ(delivery.progression, 1.0);
-    EXPECT_GE(delivery.at - constructed, 90ms);
-
-    // Nothing changes any more: no second delivery, however long we wait.
-    std::this_thread::sleep_for(QUIET_SPELL);
-    EXPECT_EQ(observer.count(), 1u);
-    return;
+  const auto clock = std::make_shared<ManualClock>();
+  auto counter = std::make_shared<ProcessProgressionLinear>(1000);
+  RecordingObserver observer(counter, 100, clock);
+  for (int step = 0; step < 1000; ++step) {
+    ++*counter;
   }
-  FAIL() << "a thousand changes never fitted within 50 ms of the observer's construction";
+  ASSERT_TRUE(clock->waitUntilSettled(1));
+  clock->advance(99ms);
+  ASSERT_TRUE(clock->waitUntilSettled(1));
+  EXPECT_EQ(observer.count(), 0u) << "delivered before the period was over";
+
+  clock->advance(1ms);
+  ASSERT_TRUE(observer.waitForCount(1));
+  EXPECT_EQ(observer.deliveries().front().progression, 1.0);
+
+  // Nothing changes any more: no second delivery, however far the clock goes.
+  ASSERT_TRUE(clock->waitUntilSettled(1));
+  clock->advance(100ms);
+  ASSERT_TRUE(clock->waitUntilSettled(1));
+  clock->advance(1h);
+  ASSERT_TRUE(clock->waitUntilSettled(1));
+  EXPECT_EQ(observer.count(), 1u);
 }
 
 TEST_F(ProgressionObserver, AfterADeliveryTheNextWaitsAFullPeriodAgain)
 {
+  const auto clock = std::make_shared<ManualClock>();
   auto counter = std::make_shared<ProcessProgressionLinear>(4);
-  RecordingObserver observer(counter, 100);
+  RecordingObserver observer(counter, 100, clock);
   ++*counter;
+  ASSERT_TRUE(clock->waitUntilSettled(1));
+  clock->advance(100ms);
   ASSERT_TRUE(observer.waitForCount(1));
+
   ++*counter;
+  ASSERT_TRUE(clock->waitUntilSettled(1));
+  EXPECT_EQ(clock->deadlines(), std::vector<ManualClock::time_point>{clock->now() + 100ms});
+  clock->advance(99ms);
+  ASSERT_TRUE(clock->waitUntilSettled(1));
+  EXPECT_EQ(observer.count(), 1u) << "delivered again before a full period";
+  clock->advance(1ms);
   ASSERT_TRUE(observer.waitForCount(2));
 
-  const auto deliveries = observer.deliveries();
-  EXPECT_EQ(deliveries[0].progression, 0.25);
-  EXPECT_EQ(deliveries[1].progression, 0.5);
-  EXPECT_GE(deliveries[1].at - deliveries[0].at, 90ms);
+  EXPECT_EQ(observer.values(), (std::vector<double>{0.25, 0.5}));
 }
 
 TEST_F(ProgressionObserver, PeriodZeroDeliversOncePerSpacedChange)
@@ -117,10 +145,15 @@ TEST_F(ProgressionObserver, BackToBackChangesMayCoalesceButTheLastDeliveryIsFina
 
 TEST_F(ProgressionObserver, NoChangeMeansNoDelivery)
 {
+  const auto clock = std::make_shared<ManualClock>();
   auto counter = std::make_shared<ProcessProgressionLinear>(5);
-  RecordingObserver eager(counter, 0);
-  RecordingObserver patient(counter, 20);
-  std::this_thread::sleep_for(QUIET_SPELL);
+  RecordingObserver eager(counter, 0, clock);
+  RecordingObserver patient(counter, 20, clock);
+  ASSERT_TRUE(clock->waitUntilSettled(2));
+  clock->advance(20ms);
+  ASSERT_TRUE(clock->waitUntilSettled(2));
+  clock->advance(1h);
+  ASSERT_TRUE(clock->waitUntilSettled(2));
   EXPECT_EQ(eager.count(), 0u);
   EXPECT_EQ(patient.count(), 0u);
 }
@@ -187,17 +220,21 @@ TEST_F(ProgressionObserver, StopThenDestroyReportsNoAssertionAndDeliversNothingM
 {
   AssertRecorder recorder;
   auto counter = std::make_shared<ProcessProgressionLinear>(4);
+  std::atomic<int> delivered{0};
+  std::atomic<double> last{-1.0};
   {
-    RecordingObserver observer(counter, 0);
+    CountingObserver observer(counter, delivered, last);
     ++*counter;
-    ASSERT_TRUE(observer.waitForLast(0.25));
+    ASSERT_TRUE(waitFor([&] { return delivered.load() == 1; }));
+    EXPECT_EQ(last.load(), 0.25);
 
     observer.stopObserving();
     observer.stopObserving();
     ++*counter;
-    std::this_thread::sleep_for(QUIET_SPELL);
-    EXPECT_EQ(observer.count(), 1u);
+    EXPECT_EQ(delivered.load(), 1);
   }
+  // The thread has been joined: nothing more came.
+  EXPECT_EQ(delivered.load(), 1);
   EXPECT_TRUE(recorder.reports().empty());
   EXPECT_TRUE(listener->received().empty());
 }
@@ -205,13 +242,16 @@ TEST_F(ProgressionObserver, StopThenDestroyReportsNoAssertionAndDeliversNothingM
 TEST_F(ProgressionObserver, DestroyedWhileWaitingForItsPeriodEndsPromptly)
 {
   AssertRecorder recorder;
+  const auto clock = std::make_shared<ManualClock>();
   auto counter = std::make_shared<ProcessProgressionLinear>(4);
   const auto start = std::chrono::steady_clock::now();
   {
-    RecordingObserver observer(counter, 3600 * 1000);
+    RecordingObserver observer(counter, 3600 * 1000, clock);
     ++*counter;
+    ASSERT_TRUE(clock->waitUntilSettled(1));
   }
-  // Stopping wakes the thread out of its hour-long period.
+  // The clock never moved: stopping woke the thread out of its hour-long
+  // period.
   EXPECT_LT(std::chrono::steady_clock::now() - start, 60s);
   EXPECT_TRUE(recorder.reports().empty());
 }
@@ -219,11 +259,14 @@ TEST_F(ProgressionObserver, DestroyedWhileWaitingForItsPeriodEndsPromptly)
 TEST_F(ProgressionObserver, ObservableDestroyedWithoutAChangeReportsNothing)
 {
   AssertRecorder recorder;
+  const auto clock = std::make_shared<ManualClock>();
   auto counter = std::make_shared<ProcessProgressionLinear>(4);
-  RecordingObserver observer(counter, 0);
+  RecordingObserver observer(counter, 0, clock);
   counter.reset();
 
-  std::this_thread::sleep_for(QUIET_SPELL);
+  ASSERT_TRUE(clock->waitUntilSettled(1));
+  clock->advance(1h);
+  ASSERT_TRUE(clock->waitUntilSettled(1));
   EXPECT_TRUE(listener->received().empty());
   EXPECT_TRUE(logger->lines().empty());
   EXPECT_EQ(observer.count(), 0u);
@@ -235,49 +278,44 @@ TEST_F(ProgressionObserver, ObservableDestroyedWithoutAChangeReportsNothing)
 TEST_F(ProgressionObserver, PendingChangeFindingTheObservableGoneReportsTheEvent)
 {
   AssertRecorder recorder;
-  for (int attempt = 0; attempt < ATTEMPTS; ++attempt) {
-    // Fresh receivers: an earlier attempt may have reported in the meantime.
-    installFreshReceivers();
+  const auto clock = std::make_shared<ManualClock>();
+  auto counter = std::make_shared<ProcessProgressionLinear>(4);
+  RecordingObserver observer(counter, 500, clock);
+  ++*counter;
+  counter.reset();
+  // The period ends only now, with the observable already gone.
+  ASSERT_TRUE(clock->waitUntilSettled(1));
+  clock->advance(500ms);
 
-    auto counter = std::make_shared<ProcessProgressionLinear>(4);
-    const auto constructed = std::chrono::steady_clock::now();
-    RecordingObserver observer(counter, 500);
-    ++*counter;
-    counter.reset();
-    if (std::chrono::steady_clock::now() - constructed >= 500ms) {
-      // The delivery may have come before the observable went.
-      continue;
-    }
+  // The listener hears the event before it is logged: wait for both.
+  ASSERT_TRUE(waitFor([&] { return !listener->received().empty() && !logger->lines().empty(); }));
+  const std::vector<Event::EventInfo> events = listener->received();
+  ASSERT_EQ(events.size(), 1u);
+  EXPECT_EQ(events[0].level, LoggingType::Warning);
+  EXPECT_EQ(events[0].package, PackageIdentifier::Core);
+  EXPECT_EQ(events[0].eventId, 12u);
+  ASSERT_TRUE(events[0].value.has_value());
+  ASSERT_TRUE(std::holds_alternative<std::string>(*events[0].value));
+  EXPECT_EQ(std::get<std::string>(*events[0].value), OBSERVABLE_GONE);
+  EXPECT_EQ(logger->lines(), (std::vector<RecordingLogger::Line>{{LoggingType::Warning, OBSERVABLE_GONE}}));
+  EXPECT_EQ(observer.count(), 0u);
 
-    // The listener hears the event before it is logged: wait for both.
-    ASSERT_TRUE(waitFor([&] { return !listener->received().empty() && !logger->lines().empty(); }));
-    const std::vector<Event::EventInfo> events = listener->received();
-    ASSERT_EQ(events.size(), 1u);
-    EXPECT_EQ(events[0].level, LoggingType::Warning);
-    EXPECT_EQ(events[0].package, PackageIdentifier::Core);
-    EXPECT_EQ(events[0].eventId, 12u);
-    ASSERT_TRUE(events[0].value.has_value());
-    ASSERT_TRUE(std::holds_alternative<std::string>(*events[0].value));
-    EXPECT_EQ(std::get<std::string>(*events[0].value), OBSERVABLE_GONE);
-    EXPECT_EQ(logger->lines(), (std::vector<RecordingLogger::Line>{{LoggingType::Warning, OBSERVABLE_GONE}}));
-    EXPECT_EQ(observer.count(), 0u);
-
-    // The observer is still an object whose stop and destruction work.
-    observer.stopObserving();
-    EXPECT_TRUE(recorder.reports().empty());
-    return;
-  }
-  FAIL() << "the observable was never destroyed within the observer's first period";
+  // The observer is still an object whose stop and destruction work.
+  observer.stopObserving();
+  EXPECT_TRUE(recorder.reports().empty());
 }
 
 TEST_F(ProgressionObserver, ObserverOfAnObservableAlreadyGoneIsNeverPoked)
 {
   AssertRecorder recorder;
+  const auto clock = std::make_shared<ManualClock>();
   std::weak_ptr<ProgressionObservable> gone = std::make_shared<ProcessProgressionLinear>(4);
   {
-    RecordingObserver observer(gone, 0);
-    RecordingObserver withoutObservable(std::weak_ptr<ProgressionObservable>(), 0);
-    std::this_thread::sleep_for(QUIET_SPELL);
+    RecordingObserver observer(gone, 0, clock);
+    RecordingObserver withoutObservable(std::weak_ptr<ProgressionObservable>(), 0, clock);
+    ASSERT_TRUE(clock->waitUntilSettled(2));
+    clock->advance(1h);
+    ASSERT_TRUE(clock->waitUntilSettled(2));
     EXPECT_EQ(observer.count(), 0u);
     EXPECT_EQ(withoutObservable.count(), 0u);
   }

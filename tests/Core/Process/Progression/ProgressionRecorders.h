@@ -5,6 +5,7 @@
 #include <Core/Process/Progression/ProcessProgressionTreeNode.h>
 #include <Core/Process/Progression/ProgressionObservable.h>
 #include <Core/Process/Progression/ProgressionObserver.h>
+#include <Core/Timing/WorkerClock.h>
 #include <EventRecorder.h>
 #include <FacadeReset.h>
 #include <RecordingLogger.h>
@@ -108,8 +109,9 @@ public:
     std::chrono::steady_clock::time_point at;
   };
 
-  RecordingObserver(std::weak_ptr<Progression::ProgressionObservable> observable, unsigned int period)
-      : ProgressionObserver(std::move(observable), period, DeferredStart{})
+  RecordingObserver(std::weak_ptr<Progression::ProgressionObservable> observable, unsigned int period,
+                    std::shared_ptr<Core::Timing::WorkerClock> clock = Core::Timing::steadyWorkerClock())
+      : ProgressionObserver(std::move(observable), period, DeferredStart{}, std::move(clock))
   {
     startObserving();
   }

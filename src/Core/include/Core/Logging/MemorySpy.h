@@ -2,15 +2,16 @@
 
 #include <Core/Export.h>
 #include <Core/Logging/Logger.h>
+#include <Core/Timing/WorkerClock.h>
 
-#include <atomic>
 #include <chrono>
-#include <condition_variable>
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <string>
-#include <thread>
+
+namespace Orvan::Core::Timing {
+class PeriodicWorker;
+} // namespace Orvan::Core::Timing
 
 namespace Orvan::Core::Logging {
 
@@ -53,6 +54,10 @@ class ORVAN_CORE_EXPORT MemorySpy {
 public:
   // A period of zero or less samples back to back.
   MemorySpy(Logger& logger, std::chrono::milliseconds period);
+
+  // The same spy, pausing on `clock` rather than on the steady clock: a test
+  // moves that clock by hand to end a pause.
+  MemorySpy(Logger& logger, std::chrono::milliseconds period, std::shared_ptr<Timing::WorkerClock> clock);
   MemorySpy(const MemorySpy&) = delete;
   MemorySpy& operator=(const MemorySpy&) = delete;
 
@@ -75,11 +80,9 @@ private:
   void samplingLoop();
 
   Logger& logger;
-  std::unique_ptr<std::thread> spyerThread;
-  std::mutex mutex;
-  std::condition_variable condition;
-  std::atomic<bool> stopRequested;
   std::chrono::milliseconds period;
+  // The sampling thread with its stop flag, mutex and pauses.
+  std::unique_ptr<Timing::PeriodicWorker> sampler;
 };
 
 } // namespace Orvan::Core::Logging

@@ -1,18 +1,19 @@
 #include <Core/Logging/MemorySpy.h>
 #include <Utils/CoreAssert.h>
 
-#include "Timing/Deadline.h"
+#include "Timing/PeriodicWorker.h"
 
 #include <iomanip>
 #include <sstream>
+#include <utility>
 
 // The sampling thread of a memory spy and the text of its lines.
 // The thread takes a sample, hands it to the logger, then pauses for one
-// period in a single timed wait on the condition. wakeUp() ends that pause
-// early; a notification that arrives while a sample is being taken or logged
-// is not remembered. The stop flag is looked at before each sample and after
-// each pause, and once more under the mutex just before pausing, so that a
-// stop requested while the thread is about to pause is never missed.
+// period on the spy's clock. wakeUp() ends that pause early; a wake-up that
+// arrives while a sample is being taken or logged is not remembered. The
+// stop flag is looked at before each sample and after each pause, and once
+// more under the mutex just before pausing, so that a stop requested while
+// the thread is about to pause is never missed.
 
 namespace Orvan::Core::Logging {
 
@@ -54,62 +55,57 @@ std::string formatMemoryUsage(const MemoryUsageCapture& usage)
 }
 
 MemorySpy::MemorySpy(Logger& logger, std::chrono::milliseconds period)
-    : logger(logger)
-    , stopRequested(false)
-    , period(period)
+    : MemorySpy(logger, period, Timing::steadyWorkerClock())
 {
 }
 
-MemorySpy::~MemorySpy()
+MemorySpy::MemorySpy(Logger& logger, std::chrono::milliseconds period, std::shared_ptr<Timing::WorkerClock> clock)
+    : logger(logger)
+    , period(period)
+    , sampler(std::make_unique<Timing::PeriodicWorker>(std::move(clock)))
 {
-  stopRequested = true;
-  {
-    // Taking the mutex once orders the flag before a pause that is about to
-    // begin: the thread either sees the flag or receives the notification.
-    const std::lock_guard lock(mutex);
-  }
-  condition.notify_all();
-  if (spyerThread && spyerThread->joinable()) {
-    spyerThread->join();
-  }
 }
+
+// The worker requests the stop, then joins the thread: the stop is seen
+// before the next pause or ends the one in progress, and a sample being
+// logged is finished first.
+MemorySpy::~MemorySpy() = default;
 
 // A spy is started once; the file logger starts a fresh spy each time. A
 // second start is a broken contract: it is reported, and should the report
 // return, the earlier thread object is replaced while still joinable, which
 // ends the process (std::thread's destructor calls std::terminate).
 //
-// The mutex is held while the thread object is created, so that start,
-// wakeUp and the pauses of the sampling thread are ordered with one another.
+// The mutex is held while the thread is created, so that start, wakeUp and
+// the pauses of the sampling thread are ordered with one another. The report
+// names the thread as the spy has always called it and comes from this very
+// line: hosts' handlers recognise it by its text, file and line, so the
+// lines above it keep their count.
 void MemorySpy::start()
 {
-  const std::lock_guard lock(mutex);
+  const Timing::PeriodicWorker::Lock lock = sampler->lock();
+  const std::thread* const spyerThread = sampler->thread();
   CORE_ASSERT(spyerThread == nullptr);
-  spyerThread = std::make_unique<std::thread>([this] { samplingLoop(); });
+  sampler->start(lock, [this] { samplingLoop(); });
 }
 
 void MemorySpy::wakeUp()
 {
-  const std::lock_guard lock(mutex);
-  condition.notify_all();
+  sampler->wakeUp();
 }
 
 void MemorySpy::samplingLoop()
 {
-  if (stopRequested) {
+  if (sampler->stopRequested()) {
     return;
   }
   for (;;) {
     logger.verbose(formatMemoryUsage(captureMemoryUsage()));
-    {
-      std::unique_lock lock(mutex);
-      if (period > std::chrono::milliseconds::zero() && !stopRequested) {
-        // One timed wait, no predicate: any notification ends the pause. A
-        // period too long for the clock waits for a notification only.
-        condition.wait_until(lock, Timing::deadlineAfter(period));
-      }
+    if (period > std::chrono::milliseconds::zero()) {
+      Timing::PeriodicWorker::Lock lock = sampler->lock();
+      sampler->pause(lock, period);
     }
-    if (stopRequested) {
+    if (sampler->stopRequested()) {
       return;
     }
   }

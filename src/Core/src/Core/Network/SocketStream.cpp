@@ -5,6 +5,7 @@
 #include <Core/StreamDiagnostics.h>
 
 #include "Timing/Deadline.h"
+#include "Timing/Periods.h"
 
 #include <algorithm>
 #include <cstring>

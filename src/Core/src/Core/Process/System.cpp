@@ -2,8 +2,8 @@
 #include <Core/Process/System.h>
 
 #include "Platform/Process.h"
+#include "Timing/Periods.h"
 
-#include <chrono>
 #include <sstream>
 
 namespace Orvan::Core::System {
@@ -13,9 +13,6 @@ namespace {
 using Logging::LoggingType;
 using Logging::logMessage;
 using Platform::SystemCode;
-
-// How long one wait lasts before the cancellation token is read again.
-constexpr std::chrono::milliseconds WAIT_CYCLE{1000};
 
 // The exit code given to a program killed on cancellation.
 constexpr SystemCode CANCELLED_EXIT_CODE = 1;
@@ -115,7 +112,7 @@ std::optional<unsigned long long> run(const std::string& command, const std::str
   SystemCode waitError = 0;
   bool cancelled = false;
   for (;;) {
-    waitResult = Platform::waitForProcess(process, WAIT_CYCLE);
+    waitResult = Platform::waitForProcess(process, Timing::PROCESS_WAIT_CYCLE);
     switch (waitResult) {
     case Platform::WAIT_RESULT_SIGNALED:
       logMessage(LoggingType::Info, "WAIT_OBJECT_0 : Process state signaled");

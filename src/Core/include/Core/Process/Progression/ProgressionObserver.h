@@ -1,6 +1,7 @@
 #pragma once
 
 #include <Core/Export.h>
+#include <Core/Timing/WorkerClock.h>
 
 #include <memory>
 
@@ -51,6 +52,11 @@ public:
   // registered, so nothing is delivered until startObserving() is called.
   // Stopping or destroying it before then is harmless.
   ProgressionObserver(std::weak_ptr<ProgressionObservable> observable, unsigned int period, DeferredStart);
+
+  // The deferred observer whose period runs on `clock` rather than on the
+  // steady clock: a test moves that clock by hand to end a period.
+  ProgressionObserver(std::weak_ptr<ProgressionObservable> observable, unsigned int period, DeferredStart,
+                      std::shared_ptr<Timing::WorkerClock> clock);
 
   ProgressionObserver(const ProgressionObserver&) = delete;
   ProgressionObserver& operator=(const ProgressionObserver&) = delete;

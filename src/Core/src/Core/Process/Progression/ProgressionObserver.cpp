@@ -7,15 +7,10 @@
 #include <Utils/CoreAssert.h>
 #include <Utils/PackageIdentifier.h>
 
-#include "Timing/Deadline.h"
+#include "Timing/PeriodicWorker.h"
 
-#include <atomic>
 #include <chrono>
-#include <condition_variable>
-#include <cstdint>
-#include <mutex>
 #include <string>
-#include <thread>
 #include <utility>
 
 namespace Orvan::Core::Process::Progression {
@@ -36,86 +31,64 @@ void reportObservableGone()
 // time.
 class ProgressionObserver::TimeFilter {
 public:
-  TimeFilter(ProgressionObserver& observer, std::weak_ptr<ProgressionObservable> observable, unsigned int period)
+  TimeFilter(ProgressionObserver& observer, std::weak_ptr<ProgressionObservable> observable, unsigned int period,
+             std::shared_ptr<Timing::WorkerClock> clock)
       : observer(&observer)
       , observable(std::move(observable))
       , period(period)
+      , worker(std::move(clock))
   {
   }
 
   TimeFilter(const TimeFilter&) = delete;
   TimeFilter& operator=(const TimeFilter&) = delete;
 
+  // The worker, destroyed first, joins the thread if it was started.
   ~TimeFilter()
   {
-    const bool stopHasBeenCalledBeforeDestruction = stopRequested.load();
+    const bool stopHasBeenCalledBeforeDestruction = worker.stopRequested();
     CORE_ASSERT(stopHasBeenCalledBeforeDestruction);
-    if (!stopHasBeenCalledBeforeDestruction) {
-      // Joining a thread nobody told to stop would wait for good.
-      requestStop();
-    }
-    if (!started) {
-      // A deferred observer that never started has no thread to end.
-      return;
-    }
-    CORE_ASSERT(timeFilteringThread != nullptr);
-    if (timeFilteringThread != nullptr && timeFilteringThread->joinable()) {
-      timeFilteringThread->join();
-    }
   }
 
   // Starts the thread, once and only before a stop; answers whether this
   // call started it.
   bool start()
   {
-    const std::lock_guard lock(mutex);
-    if (started || stopRequested.load()) {
+    const Timing::PeriodicWorker::Lock lock = worker.lock();
+    if (worker.thread() != nullptr || worker.stopRequested()) {
       return false;
     }
-    timeFilteringThread = std::make_unique<std::thread>([this] { run(); });
-    started = true;
+    worker.start(lock, [this] { run(); });
     return true;
   }
 
   void poke()
   {
-    CORE_ASSERT(timeFilteringThread != nullptr);
-    const std::lock_guard lock(mutex);
+    const Timing::PeriodicWorker::Lock lock = worker.lock();
+    CORE_ASSERT(worker.thread() != nullptr);
     if (!changePending) {
       changePending = true;
-      wakeUp.notify_one();
+      worker.notify(lock);
     }
   }
 
-  void requestStop()
-  {
-    stopRequested.store(true);
-    // The thread may have just found the flag clear and be about to wait:
-    // once we have held its mutex, it is either waiting (and the notification
-    // reaches it) or will check the flag again before it waits. This also
-    // lets a delivery in progress finish before stopping returns.
-    {
-      const std::lock_guard lock(mutex);
-    }
-    wakeUp.notify_one();
-  }
+  // Once this returns, a delivery in progress has finished and no other
+  // will start.
+  void requestStop() { worker.requestStop(); }
 
   std::weak_ptr<ProgressionObservable> observed() const { return observable; }
 
 private:
   void run()
   {
-    while (!stopRequested.load()) {
-      std::unique_lock lock(mutex);
+    while (!worker.stopRequested()) {
+      Timing::PeriodicWorker::Lock lock = worker.lock();
       if (period.count() > 0) {
         // A full period; pokes only mark the change meanwhile.
-        wakeUp.wait_until(lock, Timing::deadlineAfter(period), [this] { return stopRequested.load(); });
-        if (stopRequested.load()) {
-          return;
-        }
+        worker.pause(lock, period);
       }
-      wakeUp.wait(lock, [this] { return changePending || stopRequested.load(); });
-      if (stopRequested.load()) {
+      worker.waitFor(lock, [this] { return changePending; });
+      if (worker.stopRequested()) {
         return;
       }
       std::shared_ptr<ProgressionObservable> current = observable.lock();
@@ -132,15 +105,11 @@ private:
 
   ProgressionObserver* observer;
   std::weak_ptr<ProgressionObservable> observable;
+  // Guarded by the worker's mutex.
   bool changePending = false;
-  std::atomic<bool> stopRequested{false};
-  std::chrono::duration<std::int64_t, std::milli> period;
-  std::mutex mutex;
-  std::condition_variable wakeUp;
-  std::unique_ptr<std::thread> timeFilteringThread;
-  // Set once the thread exists; guarded by `mutex`, then read by the
-  // destruction, which no other call may overlap.
-  bool started = false;
+  std::chrono::milliseconds period;
+  // Last, so that its thread is joined before the members above go.
+  Timing::PeriodicWorker worker;
 };
 
 ProgressionObserver::ProgressionObserver(std::weak_ptr<ProgressionObservable> observable, unsigned int period)
@@ -151,7 +120,13 @@ ProgressionObserver::ProgressionObserver(std::weak_ptr<ProgressionObservable> ob
 
 ProgressionObserver::ProgressionObserver(std::weak_ptr<ProgressionObservable> observable, unsigned int period,
                                          DeferredStart)
-    : timeFilter(std::make_unique<TimeFilter>(*this, observable, period))
+    : ProgressionObserver(std::move(observable), period, DeferredStart{}, Timing::steadyWorkerClock())
+{
+}
+
+ProgressionObserver::ProgressionObserver(std::weak_ptr<ProgressionObservable> observable, unsigned int period,
+                                         DeferredStart, std::shared_ptr<Timing::WorkerClock> clock)
+    : timeFilter(std::make_unique<TimeFilter>(*this, observable, period, std::move(clock)))
     , observable(std::move(observable))
 {
 }

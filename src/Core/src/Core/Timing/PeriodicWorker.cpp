@@ -1,0 +1,83 @@
+#include "Timing/PeriodicWorker.h"
+
+#include "Timing/Deadline.h"
+
+#include <utility>
+
+namespace Orvan::Core::Timing {
+
+PeriodicWorker::PeriodicWorker(std::shared_ptr<WorkerClock> clock)
+    : clock(std::move(clock))
+{
+  this->clock->watch(*this);
+}
+
+PeriodicWorker::~PeriodicWorker()
+{
+  requestStop();
+  if (workerThread != nullptr && workerThread->joinable()) {
+    workerThread->join();
+  }
+  clock->unwatch(*this);
+}
+
+PeriodicWorker::Lock PeriodicWorker::lock()
+{
+  return Lock(mutex);
+}
+
+const std::thread* PeriodicWorker::thread() const
+{
+  return workerThread.get();
+}
+
+void PeriodicWorker::start(const Lock&, std::function<void()> body)
+{
+  workerThread = std::make_unique<std::thread>(std::move(body));
+}
+
+void PeriodicWorker::requestStop()
+{
+  stopFlag.store(true);
+  {
+    const std::lock_guard held(mutex);
+  }
+  condition.notify_all();
+}
+
+bool PeriodicWorker::stopRequested() const
+{
+  return stopFlag.load();
+}
+
+void PeriodicWorker::wakeUp()
+{
+  const std::lock_guard held(mutex);
+  woken = true;
+  condition.notify_all();
+}
+
+void PeriodicWorker::notify(const Lock&)
+{
+  condition.notify_all();
+}
+
+void PeriodicWorker::pause(Lock& held, std::chrono::milliseconds period)
+{
+  woken = false;
+  waitUntil(held, deadlineAfter(clock->now(), period), [this] { return woken; });
+}
+
+// The waiting thread compares the clock with its deadline under the mutex,
+// and the clock stored its new time before calling: once the mutex has been
+// held here, the thread either sees the new time or is waiting and gets the
+// notification.
+void PeriodicWorker::timeMoved()
+{
+  {
+    const std::lock_guard held(mutex);
+  }
+  condition.notify_all();
+}
+
+} // namespace Orvan::Core::Timing
