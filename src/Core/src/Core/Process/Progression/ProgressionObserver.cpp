@@ -1,12 +1,10 @@
 #include <Core/Process/Progression/ProgressionObservable.h>
 #include <Core/Process/Progression/ProgressionObserver.h>
 
-#include <Core/Event/CoreEvents.h>
-#include <Core/Event/Event.h>
 #include <Core/Logging/LoggingType.h>
 #include <Utils/CoreAssert.h>
-#include <Utils/PackageIdentifier.h>
 
+#include "Event/CoreEventReport.h"
 #include "Timing/PeriodicWorker.h"
 
 #include <chrono>
@@ -19,9 +17,8 @@ namespace {
 
 void reportObservableGone()
 {
-  Event::logEvent(Event::LoggingEventInfo{Logging::LoggingType::Warning,
-                                          Utils::ErrorManagement::PackageIdentifier::Core, Event::OBSERVABLE_DESTROYED},
-                  Event::EventValue(std::string("Observable has been destroyed while observer were still listenning")));
+  Event::reportCoreEvent(Logging::LoggingType::Warning, Event::OBSERVABLE_DESTROYED,
+                         "Observable has been destroyed while observer were still listenning");
 }
 
 } // namespace
