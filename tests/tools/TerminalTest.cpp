@@ -1,5 +1,5 @@
-// `orvan fetch` in a real (pseudo-)terminal: the bar is drawn and ends at
-// 100%.
+// `orvan fetch` in a real (pseudo-)terminal: the bar is drawn, fits the
+// terminal and ends at 100%, and the summary line follows it.
 
 #include "TemporaryDirectory.h"
 #include "ToolProcess.h"
@@ -27,8 +27,9 @@ struct TerminalRun {
   std::string screen;
 };
 
-// Runs orvan with `arguments` in `directory`, on a terminal 100 columns wide.
-TerminalRun runInTerminal(const std::vector<std::string>& arguments, const std::filesystem::path& directory)
+// Runs orvan with `arguments` in `directory`, on a terminal `columns` wide.
+TerminalRun runInTerminal(const std::vector<std::string>& arguments, const std::filesystem::path& directory,
+                          unsigned short columns = 100)
 {
   std::vector<std::string> words{toolPath().string()};
   words.insert(words.end(), arguments.begin(), arguments.end());
@@ -41,7 +42,7 @@ TerminalRun runInTerminal(const std::vector<std::string>& arguments, const std::
 
   winsize size{};
   size.ws_row = 30;
-  size.ws_col = 100;
+  size.ws_col = columns;
   int terminal = -1;
   const pid_t child = ::forkpty(&terminal, nullptr, nullptr, &size);
   if (child == 0) {
@@ -101,7 +102,9 @@ std::vector<std::string> bars(const std::string& screen)
   return found;
 }
 
-void expectBarEndsAtOneHundredPercent(const TerminalRun& run)
+// The bar's last state is full, every state fits in `columns`, and the
+// summary line gives the size, the time and the rate.
+void expectBarEndsAtOneHundredPercent(const TerminalRun& run, std::size_t columns = 100)
 {
   EXPECT_EQ(run.code, 0) << run.screen;
   const auto drawn = bars(run.screen);
@@ -110,31 +113,52 @@ void expectBarEndsAtOneHundredPercent(const TerminalRun& run)
   EXPECT_NE(last.find("100% [####"), std::string::npos) << last;
   EXPECT_EQ(last.find('-'), std::string::npos) << last;
   // Nothing else was written into the bar's line: no chunk line of the
-  // library, and the bar fits the terminal.
+  // library, and the bar fits the terminal without touching its last column.
   EXPECT_EQ(run.screen.find("Read: "), std::string::npos);
   for (const auto& state : drawn) {
-    EXPECT_LT(state.size(), 100u) << state;
+    EXPECT_LT(state.size(), columns) << state;
   }
-  EXPECT_NE(run.screen.find("Fetched "), std::string::npos);
+  EXPECT_TRUE(std::regex_search(
+      run.screen,
+      std::regex("\nFetched [0-9.]+ (B|[KMG]iB) in [0-9.]+ m?s \\([0-9.]+ (B|[KMG]iB)/s\\) to 'copy\\.bin'")))
+      << run.screen;
 }
+
+// `orvan serve` of `file`, ended with Ctrl-C by the destructor.
+class Server {
+public:
+  explicit Server(const std::filesystem::path& file)
+      : process(toolPath(), {"serve", file.string(), "--port", "0"})
+  {
+    EXPECT_TRUE(process.waitForOutput("Serving '"));
+    std::smatch match;
+    const std::string banner = process.output();
+    if (std::regex_search(banner, match, std::regex(":([0-9]+)\n"))) {
+      target = file.filename().string() + "@127.0.0.1:" + match[1].str();
+    }
+  }
+
+  ~Server()
+  {
+    process.signal(SIGINT);
+    EXPECT_EQ(process.wait(), 130);
+  }
+
+  ToolProcess process;
+  std::string target;
+};
 
 TEST(OrvanTerminal, RemoteFetchDrawsABarThatEndsAtOneHundredPercent)
 {
   TemporaryDirectory directory;
   const std::string content = randomBytes(16 * 1024 * 1024, 21);
   writeFile(directory / "data.bin", content);
-  ToolProcess server(toolPath(), {"serve", (directory / "data.bin").string(), "--port", "0"});
-  ASSERT_TRUE(server.waitForOutput("Serving '"));
-  std::smatch match;
-  const std::string banner = server.output();
-  ASSERT_TRUE(std::regex_search(banner, match, std::regex(":([0-9]+)\n")));
-  const std::string target = "data.bin@127.0.0.1:" + match[1].str();
+  Server server(directory / "data.bin");
+  ASSERT_FALSE(server.target.empty());
 
-  const TerminalRun run = runInTerminal({"fetch", target, "-o", "copy.bin"}, directory.path());
+  const TerminalRun run = runInTerminal({"fetch", server.target, "-o", "copy.bin"}, directory.path());
   expectBarEndsAtOneHundredPercent(run);
   EXPECT_TRUE(readFile(directory / "copy.bin") == content);
-  server.signal(SIGINT);
-  EXPECT_EQ(server.wait(), 130);
 }
 
 TEST(OrvanTerminal, LocalFetchDrawsABarThatEndsAtOneHundredPercent)
@@ -156,6 +180,40 @@ TEST(OrvanTerminal, LogLinesAreWrittenAboveTheBar)
   // Each log line starts on a line of its own, never after a bar.
   EXPECT_NE(run.screen.find("[INFO   ] Opening 'data.bin'"), std::string::npos) << run.screen;
   EXPECT_EQ(run.screen.find("]  [INFO"), std::string::npos);
+}
+
+// A transfer that ends before the first reading of the progress still
+// leaves a full bar, the remote one (of unknown size) as the local one.
+TEST(OrvanTerminal, ATransferShorterThanOneReadingEndsWithAFullBar)
+{
+  TemporaryDirectory directory;
+  writeFile(directory / "tiny.bin", "tiny");
+  const TerminalRun local = runInTerminal({"fetch", "tiny.bin", "-o", "copy.bin"}, directory.path());
+  expectBarEndsAtOneHundredPercent(local);
+
+  Server server(directory / "tiny.bin");
+  ASSERT_FALSE(server.target.empty());
+  const TerminalRun remote = runInTerminal({"fetch", server.target, "-o", "copy.bin", "-f"}, directory.path());
+  expectBarEndsAtOneHundredPercent(remote);
+  EXPECT_EQ(readFile(directory / "copy.bin"), "tiny");
+}
+
+// Down to 20 columns the bar keeps its percentage and its cells, leaving out
+// the name, the rate and the byte counts as they no longer fit.
+TEST(OrvanTerminal, TheBarFitsANarrowTerminal)
+{
+  TemporaryDirectory directory;
+  writeFile(directory / "a-rather-long-file-name.bin", randomBytes(4 * 1024 * 1024, 24));
+  for (const unsigned short columns : {20, 32, 45, 60}) {
+    const TerminalRun run =
+        runInTerminal({"fetch", "a-rather-long-file-name.bin", "-o", "copy.bin", "-f"}, directory.path(), columns);
+    expectBarEndsAtOneHundredPercent(run, columns);
+  }
+
+  Server server(directory / "a-rather-long-file-name.bin");
+  ASSERT_FALSE(server.target.empty());
+  const TerminalRun remote = runInTerminal({"fetch", server.target, "-o", "copy.bin", "-f"}, directory.path(), 20);
+  expectBarEndsAtOneHundredPercent(remote, 20);
 }
 
 } // namespace

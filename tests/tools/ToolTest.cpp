@@ -197,7 +197,10 @@ TEST(OrvanServeFetch, FetchedFileIsTheServedFileByteForByte)
   const ToolResult fetched = runTool({"fetch", server.target("data.bin")}, directory / "out");
   EXPECT_EQ(fetched.code, 0) << fetched.error;
   EXPECT_TRUE(readFile(directory / "out" / "data.bin") == content);
-  EXPECT_NE(fetched.error.find("Fetched 5.0 MiB"), std::string::npos) << fetched.error;
+  // The summary: size, time and rate.
+  EXPECT_TRUE(std::regex_search(fetched.error, std::regex("(^|\n)Fetched 5\\.0 MiB in [0-9.]+ m?s \\([0-9.]+ "
+                                                          "(B|[KMG]iB)/s\\) to 'data\\.bin'\n")))
+      << fetched.error;
   // Not a terminal: no bar, and the library's per-chunk lines are not shown.
   EXPECT_EQ(fetched.error.find('\r'), std::string::npos);
   EXPECT_EQ(fetched.error.find("Read: "), std::string::npos);

@@ -1,12 +1,13 @@
 #pragma once
 
-#include "Arguments.h"
+#include "CommandLine.h"
 #include "Platform.h"
 
 #include <Core/Process/CancelationToken.h>
 
 #include <filesystem>
 #include <string>
+#include <vector>
 
 namespace Orvan::Tool {
 
@@ -20,13 +21,13 @@ inline constexpr int EXIT_NOT_CONNECTED = 7;
 // As GNU timeout reports a time limit that ran out.
 inline constexpr int EXIT_TIMED_OUT = 124;
 
-// Each command reads its own words and returns the exit code; it throws
-// UsageError for a command line it cannot accept.
-int fetchCommand(Arguments& arguments);
-int serveCommand(Arguments& arguments);
-int runCommand(Arguments& arguments);
-int memoryCommand(Arguments& arguments);
-int demoCommand(Arguments& arguments);
+// Each command reads the words after its name and returns the exit code; it
+// throws UsageError for a command line it cannot accept.
+int fetchCommand(const std::vector<std::string>& words);
+int serveCommand(const std::vector<std::string>& words);
+int runCommand(const std::vector<std::string>& words);
+int memoryCommand(const std::vector<std::string>& words);
+int demoCommand(const std::vector<std::string>& words);
 
 // Ctrl-C, while the object lives, requests cancellation through `token`.
 class CtrlC {
@@ -48,10 +49,6 @@ public:
 private:
   Platform::InterruptHandler handler;
 };
-
-// Writes a command's help to standard output, with the shared logging
-// options in place of "{log-options}".
-void printHelp(const std::string& text);
 
 // A new empty directory under the system's temporary directory, named after
 // `prefix`.

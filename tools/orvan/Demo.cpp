@@ -128,29 +128,21 @@ private:
 
 } // namespace
 
-int demoCommand(Arguments& arguments)
+int demoCommand(const std::vector<std::string>& words)
 {
   std::uint64_t sizeMiB = 64;
   bool keep = false;
   LogOptions logOptions;
   logOptions.memoryPeriod = std::chrono::milliseconds(500);
-  while (!arguments.empty()) {
-    const Arguments::Word word = arguments.next();
-    if (word.text == "-h" || word.text == "--help") {
-      printHelp(DEMO_HELP);
-      return EXIT_OK;
-    }
-    if (word.text == "--size") {
-      sizeMiB = parseNumber(word.text, arguments.value(word), 4096);
-    } else if (word.text == "--keep") {
-      keep = true;
-    } else if (word.text == "--log") {
-      throw UsageError("the demo writes its own log file");
-    } else if (!word.isOption) {
-      throw UsageError("unexpected argument '" + word.text + "'");
-    } else if (!readLogOption(word.text, word.inlineValue, arguments, logOptions)) {
-      throw unknownOption(word);
-    }
+  CommandLine line(DEMO_HELP);
+  line.number("--size", 4096, [&](std::uint64_t mebibytes) { sizeMiB = mebibytes; });
+  line.flag("--keep", [&] { keep = true; });
+  addLogOptions(line, logOptions);
+  if (!line.parse(words)) {
+    return EXIT_OK;
+  }
+  if (logOptions.file) {
+    throw UsageError("the demo writes its own log file");
   }
 
   CtrlC ctrlC;

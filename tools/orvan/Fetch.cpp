@@ -323,50 +323,35 @@ const char* const FETCH_HELP =
 
 } // namespace
 
-int fetchCommand(Arguments& arguments)
+int fetchCommand(const std::vector<std::string>& words)
 {
-  std::optional<std::string> targetText;
+  std::string targetText;
   std::optional<std::string> outputText;
   std::optional<std::uint64_t> timeout;
   FetchLimits limits;
   bool force = false;
   LogOptions logOptions;
-  while (!arguments.empty()) {
-    const Arguments::Word word = arguments.next();
-    if (!word.isOption) {
-      if (targetText) {
-        throw UsageError("one TARGET only; '" + word.text + "' is one too many");
-      }
-      targetText = word.text;
-    } else if (word.text == "-h" || word.text == "--help") {
-      printHelp(FETCH_HELP);
-      return EXIT_OK;
-    } else if (word.text == "-o" || word.text == "--output") {
-      outputText = arguments.value(word);
-    } else if (word.text == "-f" || word.text == "--force") {
-      force = true;
-    } else if (word.text == "--timeout") {
-      timeout = parseNumber(word.text, arguments.value(word), 2147483647);
-    } else if (word.text == "--idle-timeout") {
-      limits.idleTimeout = std::chrono::seconds(parseNumber(word.text, arguments.value(word), 31536000));
-    } else if (word.text == "--max-time") {
-      limits.maxTime = std::chrono::seconds(parseNumber(word.text, arguments.value(word), 31536000));
-    } else if (!readLogOption(word.text, word.inlineValue, arguments, logOptions)) {
-      throw unknownOption(word);
-    }
-  }
-  if (!targetText) {
-    throw UsageError("missing TARGET");
+  CommandLine line(FETCH_HELP);
+  line.operand("TARGET", [&](const std::string& text) { targetText = text; });
+  line.option("-o,--output", [&](const std::string& text) { outputText = text; });
+  line.flag("-f,--force", [&] { force = true; });
+  line.number("--timeout", 2147483647, [&](std::uint64_t seconds) { timeout = seconds; });
+  line.number("--idle-timeout", 31536000,
+              [&](std::uint64_t seconds) { limits.idleTimeout = std::chrono::seconds(seconds); });
+  line.number("--max-time", 31536000, [&](std::uint64_t seconds) { limits.maxTime = std::chrono::seconds(seconds); });
+  addLogOptions(line, logOptions);
+  if (!line.parse(words)) {
+    return EXIT_OK;
   }
 
-  if (targetText->empty()) {
+  if (targetText.empty()) {
     throw UsageError("TARGET is empty");
   }
   std::optional<Core::FileInfo> finfo;
   try {
-    finfo.emplace(*targetText);
+    finfo.emplace(targetText);
   } catch (const std::out_of_range&) {
-    throw UsageError("bad TARGET '" + *targetText + "': the port or the timeout is too large");
+    throw UsageError("bad TARGET '" + targetText + "': the port or the timeout is too large");
   } catch (const std::exception& error) {
     throw UsageError(std::string("bad TARGET: ") + error.what());
   }
@@ -378,7 +363,7 @@ int fetchCommand(Arguments& arguments)
   if (!outputText) {
     output = finfo->filename.filename();
     if (output.empty() || output == "." || output == "..") {
-      throw UsageError("cannot tell an output file name from '" + *targetText + "'; give one with -o");
+      throw UsageError("cannot tell an output file name from '" + targetText + "'; give one with -o");
     }
   } else if (*outputText != "-") {
     if (outputText->empty()) {

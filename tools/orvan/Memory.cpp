@@ -5,6 +5,7 @@
 
 #include <chrono>
 #include <iomanip>
+#include <optional>
 #include <sstream>
 #include <thread>
 
@@ -61,31 +62,25 @@ std::string table(const Logging::MemoryUsageCapture& usage)
 
 } // namespace
 
-int memoryCommand(Arguments& arguments)
+int memoryCommand(const std::vector<std::string>& words)
 {
   std::optional<std::uint64_t> watch;
   std::optional<std::uint64_t> count;
-  while (!arguments.empty()) {
-    const Arguments::Word word = arguments.next();
-    if (word.text == "-h" || word.text == "--help") {
-      printHelp(MEMORY_HELP);
-      return EXIT_OK;
+  CommandLine line(MEMORY_HELP);
+  line.number("--watch", 86400000, [&](std::uint64_t milliseconds) {
+    if (milliseconds == 0) {
+      throw UsageError("option '--watch' needs at least 1 millisecond");
     }
-    if (word.text == "--watch") {
-      watch = parseNumber(word.text, arguments.value(word), 86400000);
-      if (*watch == 0) {
-        throw UsageError("option '--watch' needs at least 1 millisecond");
-      }
-    } else if (word.text == "--count") {
-      count = parseNumber(word.text, arguments.value(word), 1000000000);
-      if (*count == 0) {
-        throw UsageError("option '--count' needs at least 1");
-      }
-    } else if (word.isOption) {
-      throw unknownOption(word);
-    } else {
-      throw UsageError("unexpected argument '" + word.text + "'");
+    watch = milliseconds;
+  });
+  line.number("--count", 1000000000, [&](std::uint64_t samples) {
+    if (samples == 0) {
+      throw UsageError("option '--count' needs at least 1");
     }
+    count = samples;
+  });
+  if (!line.parse(words)) {
+    return EXIT_OK;
   }
   if (count && *count > 1 && !watch) {
     throw UsageError("option '--count' above 1 needs '--watch MS'");

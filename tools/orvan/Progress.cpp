@@ -103,19 +103,32 @@ std::string ProgressDisplay::renderBar(const std::string& name, std::uint64_t by
     fraction = 1.0;
   }
   std::string label = name.size() > 24 ? name.substr(0, 21) + "..." : name;
-  std::string stats = "  " + formatBytes(bytes);
+  std::string counts = "  " + formatBytes(bytes);
   if (size) {
-    stats += " / " + formatBytes(*size);
+    counts += " / " + formatBytes(*size);
   }
-  stats += "  " + rateText(rate);
+  std::string stats = counts + "  " + rateText(rate);
   const std::string share = known ? percent(fraction) : std::string(4, ' ');
 
+  // One column is left free so that the cursor never wraps. A narrow
+  // terminal loses the name first, then the rate, then the byte counts: the
+  // percentage and a bar of 10 cells always fit in 20 columns.
+  constexpr int MIN_CELLS = 10;
   const int columns = std::min(std::max(width, 20) - 1, 120);
-  int cells = columns - static_cast<int>(label.size() + 1 + share.size() + 2 + 1 + stats.size());
-  if (cells < 10) {
+  const auto cellsLeft = [&] {
+    const std::size_t name = label.empty() ? 0 : label.size() + 1;
+    return columns - static_cast<int>(name + share.size() + 2 + 1 + stats.size());
+  };
+  if (cellsLeft() < MIN_CELLS) {
     label.clear();
-    cells = std::max(10, columns - static_cast<int>(share.size() + 3 + stats.size()));
   }
+  if (cellsLeft() < MIN_CELLS) {
+    stats = counts;
+  }
+  if (cellsLeft() < MIN_CELLS) {
+    stats.clear();
+  }
+  const int cells = std::max(MIN_CELLS, cellsLeft());
   std::string bar(static_cast<std::size_t>(cells), ' ');
   if (known) {
     const auto filled = static_cast<std::size_t>(std::floor(std::clamp(fraction, 0.0, 1.0) * cells));

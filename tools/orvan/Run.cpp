@@ -41,7 +41,7 @@ constexpr int EXIT_NOT_FOUND = 127;
 
 } // namespace
 
-int runCommand(Arguments& arguments)
+int runCommand(const std::vector<std::string>& arguments)
 {
   std::string workingDirectory;
   // Seconds; 0: no limit.
@@ -49,38 +49,21 @@ int runCommand(Arguments& arguments)
   std::uint64_t killAfter = 5;
   LogOptions logOptions;
   std::vector<std::string> words;
-  while (!arguments.empty()) {
-    const Arguments::Word word = arguments.next();
-    if (word.text == "--") {
-      words = arguments.rest();
-      break;
+  CommandLine line(RUN_HELP);
+  line.option("--cwd", [&](const std::string& text) {
+    std::error_code error;
+    if (text.empty() || !std::filesystem::is_directory(Utils::FileHelper::toPath(text), error)) {
+      throw UsageError("'" + text + "' is not a directory");
     }
-    if (!word.isOption) {
-      // The program's own options follow it untouched.
-      words.push_back(word.text);
-      for (std::string& rest : arguments.rest()) {
-        words.push_back(std::move(rest));
-      }
-      break;
-    }
-    if (word.text == "-h" || word.text == "--help") {
-      printHelp(RUN_HELP);
-      return EXIT_OK;
-    }
-    if (word.text == "--cwd") {
-      workingDirectory = arguments.value(word);
-      std::error_code error;
-      if (workingDirectory.empty() ||
-          !std::filesystem::is_directory(Utils::FileHelper::toPath(workingDirectory), error)) {
-        throw UsageError("'" + workingDirectory + "' is not a directory");
-      }
-    } else if (word.text == "--timeout") {
-      timeout = parseNumber(word.text, arguments.value(word), 31536000);
-    } else if (word.text == "--kill-after") {
-      killAfter = parseNumber(word.text, arguments.value(word), 86400);
-    } else if (!readLogOption(word.text, word.inlineValue, arguments, logOptions)) {
-      throw unknownOption(word);
-    }
+    workingDirectory = text;
+  });
+  line.number("--timeout", 31536000, [&](std::uint64_t seconds) { timeout = seconds; });
+  line.number("--kill-after", 86400, [&](std::uint64_t seconds) { killAfter = seconds; });
+  addLogOptions(line, logOptions);
+  // The program's own options follow it untouched.
+  line.passOn(words);
+  if (!line.parse(arguments)) {
+    return EXIT_OK;
   }
   if (words.empty()) {
     throw UsageError("missing PROGRAM");

@@ -40,43 +40,31 @@ const char* const SERVE_HELP =
 
 } // namespace
 
-int serveCommand(Arguments& arguments)
+int serveCommand(const std::vector<std::string>& words)
 {
-  std::optional<std::string> fileText;
+  std::string fileText;
   std::uint16_t port = 0;
   std::string address = "127.0.0.1";
   unsigned maxClients = 64;
   LogOptions logOptions;
-  while (!arguments.empty()) {
-    const Arguments::Word word = arguments.next();
-    if (!word.isOption) {
-      if (fileText) {
-        throw UsageError("one FILE only; '" + word.text + "' is one too many");
-      }
-      fileText = word.text;
-    } else if (word.text == "-h" || word.text == "--help") {
-      printHelp(SERVE_HELP);
-      return EXIT_OK;
-    } else if (word.text == "--port" || word.text == "-p") {
-      port = static_cast<std::uint16_t>(parseNumber(word.text, arguments.value(word), 65535));
-    } else if (word.text == "--bind") {
-      address = arguments.value(word);
-    } else if (word.text == "--max-clients") {
-      maxClients = static_cast<unsigned>(parseNumber(word.text, arguments.value(word), 1024));
-      if (maxClients == 0) {
-        throw UsageError("option '--max-clients' needs at least 1");
-      }
-    } else if (!readLogOption(word.text, word.inlineValue, arguments, logOptions)) {
-      throw unknownOption(word);
+  CommandLine line(SERVE_HELP);
+  line.operand("FILE", [&](const std::string& text) { fileText = text; });
+  line.number("--port,-p", 65535, [&](std::uint64_t number) { port = static_cast<std::uint16_t>(number); });
+  line.option("--bind", [&](const std::string& text) { address = text; });
+  line.number("--max-clients", 1024, [&](std::uint64_t number) {
+    if (number == 0) {
+      throw UsageError("option '--max-clients' needs at least 1");
     }
+    maxClients = static_cast<unsigned>(number);
+  });
+  addLogOptions(line, logOptions);
+  if (!line.parse(words)) {
+    return EXIT_OK;
   }
-  if (!fileText) {
-    throw UsageError("missing FILE");
-  }
-  const std::filesystem::path file = Utils::FileHelper::toPath(*fileText);
+  const std::filesystem::path file = Utils::FileHelper::toPath(fileText);
   std::error_code error;
   if (!std::filesystem::is_regular_file(file, error) || !std::ifstream(file, std::ios::binary)) {
-    throw UsageError("cannot read the file '" + *fileText + "'");
+    throw UsageError("cannot read the file '" + fileText + "'");
   }
   const auto size = std::filesystem::file_size(file, error);
 
@@ -98,9 +86,9 @@ int serveCommand(Arguments& arguments)
   }
   const std::string where = address + ":" + std::to_string(server->port());
   if (logOptions.verbosity != Verbosity::Quiet) {
-    Console::instance().result("Serving '" + *fileText + "' (" + std::to_string(size) + " bytes) on " + where);
+    Console::instance().result("Serving '" + fileText + "' (" + std::to_string(size) + " bytes) on " + where);
   }
-  Logging::logInfo("Listening on " + where + " for '" + *fileText + "'");
+  Logging::logInfo("Listening on " + where + " for '" + fileText + "'");
   while (!ctrlC.token.isCancelRequested()) {
     std::this_thread::sleep_for(std::chrono::milliseconds(50));
   }

@@ -1,6 +1,6 @@
 #include "ToolLogging.h"
 
-#include "Arguments.h"
+#include "CommandLine.h"
 #include "Console.h"
 
 #include <Core/Logging/LoggingCallback.h>
@@ -100,36 +100,22 @@ const char* const LOG_OPTIONS_HELP =
     "  -q, --quiet           show errors only\n"
     "  -v, --verbose         show informational log lines too; twice (-vv) shows every line\n";
 
-bool readLogOption(const std::string& option, const std::optional<std::string>& inlineValue, Arguments& arguments,
-                   LogOptions& options)
+void addLogOptions(CommandLine& line, LogOptions& options)
 {
-  Arguments::Word word{option, true, inlineValue};
-  if (option == "--log") {
-    options.file = arguments.value(word);
-    if (options.file->empty()) {
+  line.option("--log", [&options](const std::string& file) {
+    if (file.empty()) {
       throw UsageError("option '--log' needs a file name");
     }
-    return true;
-  }
-  if (option == "--memory-period") {
-    options.memoryPeriod = std::chrono::milliseconds(parseNumber(option, arguments.value(word), 86400000));
-    return true;
-  }
-  if (option == "-q" || option == "--quiet") {
-    options.verbosity = Verbosity::Quiet;
-    return true;
-  }
-  if (option == "-v" || option == "--verbose") {
+    options.file = file;
+  });
+  line.number("--memory-period", 86400000,
+              [&options](std::uint64_t period) { options.memoryPeriod = std::chrono::milliseconds(period); });
+  line.flag("-q,--quiet", [&options] { options.verbosity = Verbosity::Quiet; });
+  line.flag("-v,--verbose", [&options] {
     options.verbosity = options.verbosity == Verbosity::Chatty || options.verbosity == Verbosity::Everything
                             ? Verbosity::Everything
                             : Verbosity::Chatty;
-    return true;
-  }
-  if (option == "-vv") {
-    options.verbosity = Verbosity::Everything;
-    return true;
-  }
-  return false;
+  });
 }
 
 } // namespace Orvan::Tool

@@ -61,13 +61,11 @@ private:
 
 namespace Orvan::Tool {
 
-class Arguments;
+class CommandLine;
 
-// Reads the logging options every command shares (--log FILE,
-// --memory-period MS, -q/--quiet, -v/--verbose, given twice for everything);
-// false when `word` is none of them.
-bool readLogOption(const std::string& option, const std::optional<std::string>& inlineValue, Arguments& arguments,
-                   LogOptions& options);
+// Adds the logging options every command shares to `line`: --log FILE,
+// --memory-period MS, -q/--quiet, -v/--verbose (given twice: everything).
+void addLogOptions(CommandLine& line, LogOptions& options);
 
 // The help text of those options.
 extern const char* const LOG_OPTIONS_HELP;

@@ -1,9 +1,8 @@
 // orvan: the command-line tool over the Orvan Core library.
 
-#include "Arguments.h"
+#include "CommandLine.h"
 #include "Commands.h"
 #include "Console.h"
-#include "ToolLogging.h"
 
 #include <Core/StreamDiagnostics.h>
 #include <Core/Version.h>
@@ -16,18 +15,6 @@
 #include <vector>
 
 namespace Orvan::Tool {
-
-void printHelp(const std::string& text)
-{
-  std::string help = text;
-  const std::string mark = "{log-options}";
-  const auto position = help.find(mark);
-  if (position != std::string::npos) {
-    help.replace(position, mark.size(), LOG_OPTIONS_HELP);
-  }
-  std::fputs(help.c_str(), stdout);
-  std::fflush(stdout);
-}
 
 std::filesystem::path makeTemporaryDirectory(const std::string& prefix)
 {
@@ -68,7 +55,7 @@ const char* const MAIN_HELP =
 
 struct Command {
   const char* name;
-  int (*run)(Arguments&);
+  int (*run)(const std::vector<std::string>&);
 };
 
 const Command COMMANDS[] = {
@@ -93,33 +80,42 @@ int main(const std::vector<std::string>& words)
     std::fputs(MAIN_HELP, stderr);
     return EXIT_USAGE;
   }
-  const std::string& first = words.front();
-  if (first == "help" && words.size() == 2) {
-    // "orvan help COMMAND" is "orvan COMMAND --help".
-    return main({words[1], "--help"});
+  // The tool's own options come before the command; the command reads the
+  // words after its name.
+  bool version = false;
+  std::vector<std::string> command;
+  try {
+    CommandLine line(MAIN_HELP);
+    line.flag("--version", [&] { version = true; });
+    line.passOn(command);
+    if (!line.parse(words)) {
+      return EXIT_OK;
+    }
+  } catch (const UsageError& error) {
+    return usageError("", error.what());
   }
-  if (first == "-h" || first == "--help" || first == "help") {
-    std::fputs(MAIN_HELP, stdout);
-    return EXIT_OK;
-  }
-  if (first == "--version") {
+  if (version) {
     std::printf("orvan %s\n", Core::VERSION);
     return EXIT_OK;
   }
-  for (const Command& command : COMMANDS) {
-    if (first == command.name) {
-      Arguments arguments(std::vector<std::string>(words.begin() + 1, words.end()));
+  if (command.empty() || (command.front() == "help" && command.size() != 2)) {
+    std::fputs(MAIN_HELP, stdout);
+    return EXIT_OK;
+  }
+  if (command.front() == "help") {
+    // "orvan help COMMAND" is "orvan COMMAND --help".
+    return main({command[1], "--help"});
+  }
+  for (const Command& known : COMMANDS) {
+    if (command.front() == known.name) {
       try {
-        return command.run(arguments);
+        return known.run(std::vector<std::string>(command.begin() + 1, command.end()));
       } catch (const UsageError& error) {
-        return usageError(first, error.what());
+        return usageError(known.name, error.what());
       }
     }
   }
-  if (first.size() > 1 && first[0] == '-') {
-    return usageError("", "unknown option '" + first + "'");
-  }
-  return usageError("", "unknown command '" + first + "'");
+  return usageError("", "unknown command '" + command.front() + "'");
 }
 
 } // namespace
