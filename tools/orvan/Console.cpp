@@ -50,7 +50,7 @@ void Console::redrawBar()
 
 void Console::message(const std::string& text)
 {
-  std::lock_guard<std::mutex> lock(mutex);
+  const std::lock_guard<std::mutex> lock(mutex);
   eraseBar();
   std::fputs(text.c_str(), stderr);
   std::fputc('\n', stderr);
@@ -59,7 +59,7 @@ void Console::message(const std::string& text)
 
 void Console::result(const std::string& text)
 {
-  std::lock_guard<std::mutex> lock(mutex);
+  const std::lock_guard<std::mutex> lock(mutex);
   // Only a terminal shared with the bar needs the bar out of the way.
   const bool clear = outputIsTerminal && shown > 0;
   if (clear) {
@@ -76,7 +76,7 @@ void Console::result(const std::string& text)
 
 void Console::drawBar(const std::string& text)
 {
-  std::lock_guard<std::mutex> lock(mutex);
+  const std::lock_guard<std::mutex> lock(mutex);
   if (!isTerminal) {
     return;
   }
@@ -95,7 +95,7 @@ void Console::drawBar(const std::string& text)
 
 void Console::endBar()
 {
-  std::lock_guard<std::mutex> lock(mutex);
+  const std::lock_guard<std::mutex> lock(mutex);
   if (shown > 0) {
     std::fputc('\n', stderr);
     std::fflush(stderr);
