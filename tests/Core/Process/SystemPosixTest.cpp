@@ -25,12 +25,10 @@
 #include <string>
 #include <vector>
 
-#include <arpa/inet.h>
 #include <fcntl.h>
 #include <linux/audit.h>
 #include <linux/filter.h>
 #include <linux/seccomp.h>
-#include <netinet/in.h>
 #include <sys/prctl.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -64,29 +62,23 @@ LogLine failedStartLine(int error)
   return {LoggingType::Error, "CreateProcess : Cannot initialize process, error code : " + std::to_string(error)};
 }
 
-// A descriptor pair that a child could inherit: both ends of a loopback TCP
-// connection, opened without close-on-exec.
+// Two connected sockets that a child could inherit: opened without
+// close-on-exec, as a host's own sockets may be.
 struct InheritableConnection {
-  int listener = ::socket(AF_INET, SOCK_STREAM, 0);
-  int client = ::socket(AF_INET, SOCK_STREAM, 0);
+  int client = -1;
   int server = -1;
 
   InheritableConnection()
   {
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t length = sizeof address;
-    if (::bind(listener, reinterpret_cast<sockaddr*>(&address), length) != 0 || ::listen(listener, 1) != 0 ||
-        ::getsockname(listener, reinterpret_cast<sockaddr*>(&address), &length) != 0 ||
-        ::connect(client, reinterpret_cast<sockaddr*>(&address), length) != 0) {
-      return;
+    int pair[2];
+    if (::socketpair(AF_UNIX, SOCK_STREAM, 0, pair) == 0) {
+      client = pair[0];
+      server = pair[1];
     }
-    server = ::accept(listener, nullptr, nullptr);
   }
   ~InheritableConnection()
   {
-    for (int descriptor : {listener, client, server}) {
+    for (int descriptor : {client, server}) {
       if (descriptor >= 0) {
         ::close(descriptor);
       }
