@@ -46,6 +46,29 @@ std::string optionWithoutValue(const std::string& lastWord)
   return std::string("-") + lastWord.back();
 }
 
+// Parses an unsigned decimal number of at most `maximum` for `option`.
+std::uint64_t parseNumber(const std::string& option, const std::string& text, std::uint64_t maximum)
+{
+  const auto bad = [&] {
+    return UsageError("option '" + option + "' takes a whole number from 0 to " + std::to_string(maximum) + ", not '" +
+                      text + "'");
+  };
+  if (text.empty() || text.size() > 19) {
+    throw bad();
+  }
+  std::uint64_t value = 0;
+  for (const char character : text) {
+    if (character < '0' || character > '9') {
+      throw bad();
+    }
+    value = value * 10 + static_cast<std::uint64_t>(character - '0');
+  }
+  if (value > maximum) {
+    throw bad();
+  }
+  return value;
+}
+
 } // namespace
 
 // CLI11's application, with the words it left over as it classified them:
@@ -143,28 +166,6 @@ bool CommandLine::parse(const std::vector<std::string>& words)
     throw UsageError("missing " + operandName);
   }
   return true;
-}
-
-std::uint64_t parseNumber(const std::string& option, const std::string& text, std::uint64_t maximum)
-{
-  const auto bad = [&] {
-    return UsageError("option '" + option + "' takes a whole number from 0 to " + std::to_string(maximum) + ", not '" +
-                      text + "'");
-  };
-  if (text.empty() || text.size() > 19) {
-    throw bad();
-  }
-  std::uint64_t value = 0;
-  for (const char character : text) {
-    if (character < '0' || character > '9') {
-      throw bad();
-    }
-    value = value * 10 + static_cast<std::uint64_t>(character - '0');
-  }
-  if (value > maximum) {
-    throw bad();
-  }
-  return value;
 }
 
 } // namespace Orvan::Tool

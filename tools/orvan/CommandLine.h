@@ -61,7 +61,4 @@ private:
   std::vector<std::string>* passedOn = nullptr;
 };
 
-// Parses an unsigned decimal number of at most `maximum` for `option`.
-std::uint64_t parseNumber(const std::string& option, const std::string& text, std::uint64_t maximum);
-
 } // namespace Orvan::Tool

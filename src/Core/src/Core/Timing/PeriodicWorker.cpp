@@ -39,10 +39,7 @@ void PeriodicWorker::start(const Lock&, std::function<void()> body)
 void PeriodicWorker::requestStop()
 {
   stopFlag.store(true);
-  {
-    const std::lock_guard held(mutex);
-  }
-  condition.notify_all();
+  notifyAfterLooking();
 }
 
 bool PeriodicWorker::stopRequested() const
@@ -68,11 +65,16 @@ void PeriodicWorker::pause(Lock& held, std::chrono::milliseconds period)
   waitUntil(held, deadlineAfter(clock->now(), period), [this] { return woken; });
 }
 
-// The waiting thread compares the clock with its deadline under the mutex,
-// and the clock stored its new time before calling: once the mutex has been
-// held here, the thread either sees the new time or is waiting and gets the
-// notification.
+// The clock stored its new time before calling.
 void PeriodicWorker::timeMoved()
+{
+  notifyAfterLooking();
+}
+
+// The thread looks at the stop flag and the clock under the mutex: once the
+// mutex has been held here, it either sees what changed before the call or is
+// waiting and gets the notification.
+void PeriodicWorker::notifyAfterLooking()
 {
   {
     const std::lock_guard held(mutex);

@@ -78,6 +78,11 @@ private:
 
   void timeMoved() override;
 
+  // Takes and releases the mutex once, then notifies the thread: a change
+  // made before the call is either seen by the thread or followed by a
+  // notification it receives.
+  void notifyAfterLooking();
+
   std::shared_ptr<WorkerClock> clock;
   std::mutex mutex;
   std::condition_variable condition;
