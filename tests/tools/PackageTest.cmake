@@ -155,4 +155,11 @@ if(NOT EXISTS ${prefix}/share/orvan/lnav/orvan_log.json)
   message(FATAL_ERROR "the lnav format is not installed in share/orvan/lnav")
 endif()
 
+# So are the tool's manual page and bash completion.
+foreach(file share/man/man1/orvan.1 share/bash-completion/completions/orvan)
+  if(NOT EXISTS ${prefix}/${file})
+    message(FATAL_ERROR "${file} is not installed")
+  endif()
+endforeach()
+
 file(REMOVE_RECURSE ${WORK_DIR})
