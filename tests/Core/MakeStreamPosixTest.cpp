@@ -6,17 +6,23 @@
 #include <Core/Process/CancelationToken.h>
 #include <Core/Process/TimeoutRetry.h>
 #include <LoopbackFile.h>
+#include <LoopbackServer.h>
+#include <OutputCapture.h>
 #include <RecordingTest.h>
 #include <SilentListener_posix.h>
 #include <TemporaryDirectory.h>
+#include <Utils/Timer.h>
 #include <WaitFor.h>
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <cerrno>
 #include <chrono>
 #include <csignal>
+#include <filesystem>
 #include <future>
+#include <istream>
 #include <iterator>
 #include <string>
 #include <system_error>
@@ -74,6 +80,11 @@ int failureCode(const FileInfo& finfo, Clock::duration& took)
 
 void ignoreSignal(int) {}
 
+long long milliseconds(Clock::duration duration)
+{
+  return std::chrono::duration_cast<std::chrono::milliseconds>(duration).count();
+}
+
 } // namespace
 
 TEST_F(MakeStreamPosix, AConnectionThatHangsEndsWhenTheTimeoutHasRunOut)
@@ -118,6 +129,72 @@ TEST_F(MakeStreamPosix, AConnectionThatHangsEndsSoonAfterItsTokenIsCancelled)
   canceller.join();
   EXPECT_EQ(code, ECANCELED);
   EXPECT_LT(end - cancelled, 2s) << "a cancellation is noticed within 200 ms";
+  EXPECT_EQ(events->ids(),
+            (std::vector<std::uint32_t>{Events::CONNECTING, Events::CANCELLED_CONNECTION, Events::FAILED_TO_CONNECT}));
+}
+
+namespace {
+
+// A host's own policy: says yes `times` times, whatever the timer says.
+class SaysYes : public FileInfo::RetryInterface {
+public:
+  explicit SaysYes(int times)
+      : left(times)
+  {
+  }
+  bool operator()(const FileInfo&, const Orvan::Utils::Timer<std::chrono::system_clock>&) override
+  {
+    return left-- > 0;
+  }
+
+private:
+  int left;
+};
+
+} // namespace
+
+TEST_F(MakeStreamPosix, EveryAttemptUnderAHostsOwnPolicyWaitsTheWholeTimeout)
+{
+  SilentListener server(true);
+  ASSERT_TRUE(server.isReady());
+  SaysYes policy(3);
+  FileInfo finfo = loopbackFile("data.bin", server.port(), 1);
+  finfo.retry = &policy;
+
+  Orvan::Testing::OutputCapture error(2);
+  Clock::duration took{};
+  const int code = failureCode(finfo, took);
+  error.release();
+  EXPECT_EQ(code, ETIMEDOUT) << std::system_category().message(code);
+  const auto entries = events->entries();
+  ASSERT_EQ(events->ids(), (std::vector<std::uint32_t>{Events::CONNECTING, Events::CONNECTING, Events::CONNECTING,
+                                                       Events::CONNECTING, Events::FAILED_TO_CONNECT}));
+  // Between two Connecting events: one attempt, then the 500 ms pause.
+  for (std::size_t attempt = 0; attempt < 4; ++attempt) {
+    const Clock::duration pause = attempt < 3 ? Clock::duration(500ms) : Clock::duration(0);
+    const Clock::duration waited = entries[attempt + 1].when - entries[attempt].when - pause;
+    EXPECT_GE(milliseconds(waited), 900) << "attempt " << attempt + 1;
+    EXPECT_LT(milliseconds(waited), 5000) << "attempt " << attempt + 1;
+  }
+  EXPECT_LT(took, 30s);
+}
+
+TEST_F(MakeStreamPosix, AnAttemptEndedByACancellationKeepsTheErrorTheSystemGaveIt)
+{
+  // A refused connection on this machine's loopback has its error at once,
+  // while the connection still counts as in progress.
+  Orvan::Testing::RefusingPort refusing;
+  CancelationToken token;
+  token.requestCancel();
+  TimeoutRetry policy(&token);
+  FileInfo finfo = loopbackFile("data.bin", refusing.port(), 30);
+  finfo.retry = &policy;
+
+  Orvan::Testing::OutputCapture error(2);
+  Clock::duration took{};
+  const int code = failureCode(finfo, took);
+  error.release();
+  EXPECT_EQ(code, ECONNREFUSED) << std::system_category().message(code);
   EXPECT_EQ(events->ids(),
             (std::vector<std::uint32_t>{Events::CONNECTING, Events::CANCELLED_CONNECTION, Events::FAILED_TO_CONNECT}));
 }
