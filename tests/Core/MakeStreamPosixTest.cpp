@@ -271,23 +271,149 @@ TEST_F(MakeStreamPosix, AHostWithoutStandardOutputSendsNothingToTheServer)
   EXPECT_EQ(received, "") << "the library's own output went into the connection";
 }
 
-TEST_F(MakeStreamPosix, AFifoWithoutAWriterOpensAtOnceAndIsAtItsEnd)
+namespace {
+
+// Comes to a FIFO 300 ms after it is made: opens it for writing as soon as
+// it has a reader (an open for writing that does not wait succeeds only
+// then), writes `text` and closes it. Gives up when destroyed.
+class LateWriter {
+public:
+  LateWriter(std::filesystem::path path, std::string text)
+      : thread([this, path = std::move(path), text = std::move(text)] {
+        std::this_thread::sleep_for(300ms);
+        int descriptor = -1;
+        Orvan::Testing::waitFor([&] {
+          descriptor = ::open(path.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC);
+          return descriptor >= 0 || stopping.load();
+        });
+        if (descriptor >= 0) {
+          [[maybe_unused]] const ssize_t written = ::write(descriptor, text.data(), text.size());
+          ::close(descriptor);
+        }
+      })
+  {
+  }
+  ~LateWriter()
+  {
+    stopping = true;
+    thread.join();
+  }
+  LateWriter(const LateWriter&) = delete;
+  LateWriter& operator=(const LateWriter&) = delete;
+
+private:
+  std::atomic<bool> stopping{false};
+  std::thread thread;
+};
+
+// Runs `opening` (which opens `fifo`) on a thread of its own; if it is still
+// waiting after the test's deadline, a writer lets it go so that the test
+// ends, and the test fails.
+template<class Opening>
+auto openedWithin(const std::filesystem::path& fifo, Opening opening)
+{
+  auto result = std::async(std::launch::async, opening);
+  if (result.wait_for(Orvan::Testing::DEFAULT_DEADLINE) != std::future_status::ready) {
+    ADD_FAILURE() << "opening the FIFO never ended";
+    const int writer = ::open(fifo.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC);
+    ::close(writer);
+  }
+  return result.get();
+}
+
+std::string readAll(std::istream& stream)
+{
+  return std::string(std::istreambuf_iterator<char>(stream), {});
+}
+
+} // namespace
+
+TEST_F(MakeStreamPosix, AFifoWaitsForItsWriterAndReadsWhatItWrites)
 {
   TemporaryDirectory directory;
   const auto path = directory / "fifo";
   ASSERT_EQ(::mkfifo(path.c_str(), 0600), 0);
-  auto opening = std::async(std::launch::async, [&path] {
-    const auto stream = FileInfo(path).makeStream(std::ios::in);
-    return std::string(std::istreambuf_iterator<char>(*stream), {});
-  });
-  if (opening.wait_for(30s) != std::future_status::ready) {
-    // A writer lets the blocked opening go, so that the test can end.
-    const int writer = ::open(path.c_str(), O_WRONLY | O_CLOEXEC);
-    ::close(writer);
-    opening.wait();
-    FAIL() << "opening a FIFO waited for a writer";
+  LateWriter writer(path, "hello");
+  EXPECT_EQ(openedWithin(path, [&path] { return readAll(*FileInfo(path).makeStream(std::ios::in)); }), "hello");
+}
+
+TEST_F(MakeStreamPosix, AFifoOpenedWithOptionsWaitsForAWriterThatComesInTime)
+{
+  TemporaryDirectory directory;
+  const auto path = directory / "fifo";
+  ASSERT_EQ(::mkfifo(path.c_str(), 0600), 0);
+  CancelationToken token;
+  FileInfo::StreamOptions options;
+  options.mode = std::ios::in;
+  options.idleTimeout = 30s;
+  options.token = &token;
+  LateWriter writer(path, "hello");
+  EXPECT_EQ(openedWithin(path, [&] { return readAll(*FileInfo(path).makeStream(options)); }), "hello");
+}
+
+namespace {
+
+// Opens `path` with `options`, expecting a std::system_error; returns its
+// code and text, and how long the opening took.
+std::error_code fifoFailure(const std::filesystem::path& path, const FileInfo::StreamOptions& options,
+                            std::string& text, Clock::duration& took)
+{
+  const Clock::time_point start = Clock::now();
+  std::error_code code;
+  try {
+    FileInfo(path).makeStream(options);
+    text = "<opened>";
+  } catch (const std::system_error& error) {
+    code = error.code();
+    text = error.what();
   }
-  EXPECT_EQ(opening.get(), "");
+  took = Clock::now() - start;
+  return code;
+}
+
+} // namespace
+
+TEST_F(MakeStreamPosix, AFifoWithoutAWriterEndsTheTypedOpeningAfterTheIdleTimeout)
+{
+  TemporaryDirectory directory;
+  const auto path = directory / "fifo";
+  ASSERT_EQ(::mkfifo(path.c_str(), 0600), 0);
+  FileInfo::StreamOptions options;
+  options.mode = std::ios::in;
+  options.idleTimeout = 300ms;
+  std::string text;
+  Clock::duration took{};
+  const std::error_code code = openedWithin(path, [&] { return fifoFailure(path, options, text, took); });
+  EXPECT_EQ(code, std::make_error_code(std::errc::timed_out)) << text;
+  EXPECT_EQ(text.rfind("Failed to open file '" + path.string() + "': no writer came within 300 ms", 0), 0u) << text;
+  EXPECT_GE(milliseconds(took), 300);
+}
+
+TEST_F(MakeStreamPosix, CancellingTheTokenEndsTheTypedOpeningOfAFifoWithoutAWriter)
+{
+  TemporaryDirectory directory;
+  const auto path = directory / "fifo";
+  ASSERT_EQ(::mkfifo(path.c_str(), 0600), 0);
+  CancelationToken token;
+  FileInfo::StreamOptions options;
+  options.mode = std::ios::in;
+  options.token = &token;
+  // Cancelled once the opening is under way: its line is logged just before.
+  std::atomic<Clock::rep> cancelledAt{0};
+  std::thread canceller([&] {
+    Orvan::Testing::waitFor([&] { return !logger->lines().empty(); });
+    cancelledAt = Clock::now().time_since_epoch().count();
+    token.requestCancel();
+  });
+  std::string text;
+  Clock::duration took{};
+  const std::error_code code = openedWithin(path, [&] { return fifoFailure(path, options, text, took); });
+  const Clock::time_point ended = Clock::now();
+  canceller.join();
+  EXPECT_EQ(code, std::make_error_code(std::errc::operation_canceled)) << text;
+  EXPECT_EQ(text.rfind("Failed to open file '" + path.string() + "': cancelled while waiting for a writer", 0), 0u)
+      << text;
+  EXPECT_LT(ended - Clock::time_point(Clock::duration(cancelledAt.load())), 2s) << "noticed within 100 ms";
 }
 
 TEST_F(MakeStreamPosix, AFifoIsReadAsAFileOnceItsWriterComes)

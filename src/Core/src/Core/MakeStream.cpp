@@ -13,6 +13,7 @@
 #include "Timing/Periods.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <chrono>
 #include <limits>
 #include <sstream>
@@ -41,13 +42,32 @@ Clock::duration clockDelay(FileInfo::Seconds timeout)
   return std::chrono::duration_cast<Clock::duration>(timeout);
 }
 
-std::unique_ptr<std::istream> openLocal(const FileInfo& finfo, std::optional<int> mode)
+// Why the wait of a FIFO for its writer ended without one (`error` being
+// the errno of the failed opening), or nothing when it did not.
+std::string writerWaitEnd(int error, const Platform::WriterWait& wait)
+{
+  if (error == ETIMEDOUT && wait.limit.count() > 0) {
+    return "no writer came within " + std::to_string(wait.limit.count()) + " ms";
+  }
+  if (error == ECANCELED && wait.token != nullptr) {
+    return "cancelled while waiting for a writer";
+  }
+  return "";
+}
+
+// A FIFO waits for its writer as a file stream does; the typed form's idle
+// timeout and token bound that wait, the one wait of a local file.
+std::unique_ptr<std::istream> openLocal(const FileInfo& finfo, std::optional<int> mode,
+                                        const Network::StreamLimits& limits)
 {
   CORE_ASSERT(mode);
   const auto openMode = static_cast<std::ios_base::openmode>(mode.value_or(0));
-  std::unique_ptr<std::istream> stream = Platform::openSharedFile(finfo.filename, openMode);
+  const Platform::WriterWait wait{limits.idleTimeout, limits.token};
+  std::unique_ptr<std::istream> stream = Platform::openSharedFile(finfo.filename, openMode, wait);
   if (!stream) {
-    const std::string message = "Failed to open file '" + toString(finfo) + "': ";
+    const int error = errno;
+    const std::string message = "Failed to open file '" + toString(finfo) + "': " + writerWaitEnd(error, wait);
+    errno = error;
     throw Utils::FileHelper::makeSystemError(message.c_str());
   }
   return stream;
@@ -151,7 +171,7 @@ std::unique_ptr<std::istream> openStream(const FileInfo& finfo, std::optional<in
 
   refuseTruncatedNames(finfo);
   if (!finfo.isRemote()) {
-    return openLocal(finfo, mode);
+    return openLocal(finfo, mode, limits);
   }
   return connectRemote(finfo, limits);
 }
