@@ -371,6 +371,95 @@ TEST_F(MakeStream, RetriesReachAServerThatStartsLate)
 
 namespace {
 
+// Reads `stream` to its end with get(), which turns an error of the read
+// into the stream's bad state instead of an exception.
+std::string readRest(std::istream& stream)
+{
+  std::string received;
+  for (char byte = 0; stream.get(byte);) {
+    received += byte;
+  }
+  return received;
+}
+
+// A server that sends `head`, waits until released, then sends `tail` and
+// closes the connection.
+class TwoPartServer {
+public:
+  TwoPartServer(std::string head, std::string tail)
+      : server([this, head = std::move(head), tail = std::move(tail)](Peer& peer) {
+        peer.send(head);
+        Orvan::Testing::waitFor([this] { return released.load(); }, 120s);
+        peer.send(tail);
+      })
+  {
+  }
+  ~TwoPartServer() { release(); }
+  TwoPartServer(const TwoPartServer&) = delete;
+  TwoPartServer& operator=(const TwoPartServer&) = delete;
+
+  void release() { released = true; }
+  unsigned short port() const { return server.port(); }
+
+private:
+  std::atomic<bool> released{false};
+  LoopbackServer server;
+};
+
+} // namespace
+
+// The policy's token bounds connecting; an open stream reads until the
+// server closes, whatever becomes of that token.
+TEST_F(MakeStream, CancellingThePolicysTokenLeavesAnOpenStreamReading)
+{
+  TwoPartServer server("first part, ", "second part");
+  CancelationToken token;
+  TimeoutRetry policy(&token);
+  FileInfo finfo = loopbackFile("data.bin", server.port(), 30);
+  finfo.retry = &policy;
+  OutputCapture output(1);
+  OutputCapture error(2);
+  const auto stream = finfo.makeStream(std::ios::in);
+  std::string head(12, '\0');
+  stream->read(head.data(), static_cast<std::streamsize>(head.size()));
+  token.requestCancel();
+  server.release();
+  const std::string rest = readRest(*stream);
+  const std::string written = error.release();
+  output.release();
+
+  EXPECT_EQ(head + rest, "first part, second part");
+  EXPECT_TRUE(stream->eof());
+  EXPECT_FALSE(stream->bad()) << written;
+  EXPECT_EQ(written, "");
+}
+
+// The same through the typed form: only its own token ends its reads.
+TEST_F(MakeStream, CancellingThePolicysTokenLeavesAStreamOpenedWithOptionsReading)
+{
+  TwoPartServer server("first part, ", "second part");
+  CancelationToken token;
+  TimeoutRetry policy(&token);
+  FileInfo finfo = loopbackFile("data.bin", server.port(), 30);
+  finfo.retry = &policy;
+  OutputCapture output(1);
+  FileInfo::StreamOptions options;
+  options.idleTimeout = 60s;
+  const auto stream = finfo.makeStream(options);
+  std::string head(12, '\0');
+  stream->read(head.data(), static_cast<std::streamsize>(head.size()));
+  token.requestCancel();
+  server.release();
+  const std::string rest = readRest(*stream);
+  output.release();
+
+  EXPECT_EQ(head + rest, "first part, second part");
+  EXPECT_TRUE(stream->eof());
+  EXPECT_FALSE(stream->bad());
+}
+
+namespace {
+
 // Expects opening `host` to fail in name resolution, after one Connecting
 // event and without a word on standard error, whatever the policy.
 void expectResolutionFailure(const std::string& host, const Orvan::Testing::EventRecorder& events)

@@ -12,9 +12,12 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <functional>
 #include <iostream>
 #include <memory>
+#include <streambuf>
 #include <string>
+#include <utility>
 #include <vector>
 
 using Orvan::Core::Logging::CoutLogger;
@@ -224,4 +227,119 @@ TEST(DichotomicLogger, TriggerLogMemoryMakesAFileLoggerOnTheCompleteSideSample)
     return waitFor([&] { return samples() >= 2; }, std::chrono::milliseconds(20));
   }));
   EXPECT_EQ(filtered->memoryRequestCount(), 0);
+}
+
+namespace {
+
+// Notes in a shared journal when each of its writes begins and ends, runs
+// `during` in the middle of each write, and notes its own destruction.
+class JournalLogger : public Orvan::Core::Logging::LevelLogger {
+public:
+  JournalLogger(std::string role, std::vector<std::string>& journal, std::function<void()> during = {})
+      : role(std::move(role))
+      , journal(journal)
+      , during(std::move(during))
+  {
+  }
+  ~JournalLogger() override { journal.push_back(role + " destroyed"); }
+  JournalLogger(const JournalLogger&) = delete;
+  JournalLogger& operator=(const JournalLogger&) = delete;
+
+  void triggerLogMemory() override {}
+
+protected:
+  void write(LoggingType, const std::string& message) override
+  {
+    journal.push_back(role + " begins " + message);
+    if (during) {
+      during();
+    }
+    journal.push_back(role + " ends " + message);
+  }
+
+private:
+  std::string role;
+  std::vector<std::string>& journal;
+  std::function<void()> during;
+};
+
+// Runs `during` on the first write to standard output through std::cout.
+class WriteHook : public std::streambuf {
+public:
+  explicit WriteHook(std::function<void()> during)
+      : during(std::move(during))
+  {
+  }
+
+protected:
+  int_type overflow(int_type c) override
+  {
+    fire();
+    return traits_type::not_eof(c);
+  }
+  std::streamsize xsputn(const char*, std::streamsize count) override
+  {
+    fire();
+    return count;
+  }
+
+private:
+  void fire()
+  {
+    if (during) {
+      std::exchange(during, {})();
+    }
+  }
+  std::function<void()> during;
+};
+
+} // namespace
+
+TEST(DichotomicLogger, TheFilteredLoggerStaysAliveUntilTheCompleteLoggerHasReturned)
+{
+  for (const std::string level : {"info", "warning", "error"}) {
+    std::vector<std::string> journal;
+    // The host holds the only owning reference of the filtered logger, and
+    // lets it go while the complete logger is writing.
+    std::shared_ptr<JournalLogger> filtered = std::make_shared<JournalLogger>("filtered", journal);
+    auto complete = std::make_shared<JournalLogger>("complete", journal, [&filtered] { filtered.reset(); });
+    DichotomicLogger logger(DichotomicLogger::FilteredLogger{filtered}, DichotomicLogger::CompleteLogger{complete});
+    OutputCapture output(1);
+    if (level == "info") {
+      logger.info("m");
+    } else if (level == "warning") {
+      logger.warning("m");
+    } else {
+      logger.error("m");
+    }
+    output.release();
+    EXPECT_EQ(journal, (std::vector<std::string>{"filtered begins m", "filtered ends m", "complete begins m",
+                                                 "complete ends m", "filtered destroyed"}))
+        << level;
+  }
+}
+
+TEST(DichotomicLogger, TheFilteredLoggerStaysAliveThroughTheConsoleEcho)
+{
+  for (const std::string level : {"warning", "error"}) {
+    std::vector<std::string> journal;
+    std::shared_ptr<JournalLogger> filtered = std::make_shared<JournalLogger>("filtered", journal);
+    auto complete = std::make_shared<JournalLogger>("complete", journal);
+    DichotomicLogger logger(DichotomicLogger::FilteredLogger{filtered}, DichotomicLogger::CompleteLogger{complete});
+    // The host lets the filtered logger go while the echo is being written.
+    WriteHook hook([&journal, &filtered] {
+      journal.push_back("echo");
+      filtered.reset();
+    });
+    std::streambuf* const previous = std::cout.rdbuf(&hook);
+    if (level == "warning") {
+      logger.warning("m");
+    } else {
+      logger.error("m");
+    }
+    std::cout.rdbuf(previous);
+    EXPECT_EQ(journal, (std::vector<std::string>{"filtered begins m", "filtered ends m", "echo", "complete begins m",
+                                                 "complete ends m", "filtered destroyed"}))
+        << level;
+  }
 }

@@ -111,14 +111,16 @@ struct FileInfo {
   // the file cannot be opened or the connection fails for good, and
   // std::runtime_error when the server's name cannot be resolved.
   //
-  // A connection attempt that hangs is given up (with the socket layer's
-  // "timed out" or "cancelled" code, then handled as any failed attempt)
-  // once a positive `timeout` has run out, or within 200 ms of a
+  // A connection attempt that hangs is given up (with the connection's own
+  // error when the system has one, else the socket layer's "timed out" or
+  // "cancelled" code, then handled as any failed attempt) once a positive
+  // `timeout` has run out since that attempt began, or within 200 ms of a
   // cancellation of the token of a Process::TimeoutRetry policy; the pause
-  // between attempts ends early on cancellation too. A FIFO opens without
-  // waiting for a writer. A filename or address holding a NUL character is
-  // refused with std::system_error of std::errc::invalid_argument before
-  // anything is opened.
+  // between attempts ends early on cancellation too. That token bounds
+  // connecting only: an open stream reads until the server closes. A FIFO
+  // waits for its writer, as a file stream does. A filename or address
+  // holding a NUL character is refused with std::system_error of
+  // std::errc::invalid_argument before anything is opened.
   ORVAN_CORE_EXPORT std::unique_ptr<std::istream> makeStream(std::optional<int> mode) const;
 
   // How makeStream(const StreamOptions&) opens and reads.
@@ -127,17 +129,24 @@ struct FileInfo {
     std::optional<int> mode;
     // A remote read fails once no byte has come for this long: the stream
     // sets its bad state, or throws std::system_error of std::errc::timed_out
-    // when its exception mask asks for it. 0: no limit.
+    // when its exception mask asks for it. A local FIFO opened for reading
+    // waits this long at most for its writer's first bytes (or its close),
+    // then fails to open with std::errc::timed_out. 0: no limit.
     std::chrono::milliseconds idleTimeout{0};
     // Cancelling it ends a blocked remote read within 100 ms (as above, with
-    // std::errc::operation_canceled), and a pending connection within
-    // 200 ms. Null: none. It must outlive the stream.
+    // std::errc::operation_canceled), a pending connection within 200 ms,
+    // and a FIFO's wait for its writer within 100 ms (the opening fails with
+    // std::errc::operation_canceled). Null: none. It must outlive the
+    // stream.
     const Process::CancelationToken* token = nullptr;
   };
 
-  // As makeStream(mode), with the bounds of `options` on a remote stream
-  // (a local file ignores them). Events, log lines and errors are those of
-  // makeStream(mode); the per-chunk line follows streamDiagnostics().
+  // As makeStream(mode), with the bounds of `options` on a remote stream and
+  // on a local FIFO's wait for its writer (other local files ignore them).
+  // Events, log lines and errors are those of makeStream(mode); the
+  // per-chunk line follows streamDiagnostics(). The token of a
+  // Process::TimeoutRetry policy bounds connecting only; reads end on the
+  // token of `options`.
   ORVAN_CORE_EXPORT std::unique_ptr<std::istream> makeStream(const StreamOptions& options) const;
 
   std::filesystem::path filename;

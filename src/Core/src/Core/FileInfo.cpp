@@ -139,7 +139,10 @@ FileInfo::FileInfo(const std::string& s)
   if (!matchTextForm(s, matches)) {
     throw formatError("", s);
   }
-  CORE_ASSERT(matches.size() == Utils::safe_cast<std::size_t>(Utils::Enum::count<Match>()));
+  // The spacing is kept as written: the report quotes the expression's text.
+  // clang-format off
+  CORE_ASSERT( matches.size() == Utils::safe_cast< std::size_t >( Utils::Enum::count< Match >() ) );
+  // clang-format on
 
   filename = Utils::FileHelper::toPath(std::string(text(matches, Match::Filename)));
   address = text(matches, Match::Address);

@@ -13,6 +13,7 @@
 #include "Timing/Periods.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <chrono>
 #include <limits>
 #include <sstream>
@@ -41,13 +42,32 @@ Clock::duration clockDelay(FileInfo::Seconds timeout)
   return std::chrono::duration_cast<Clock::duration>(timeout);
 }
 
-std::unique_ptr<std::istream> openLocal(const FileInfo& finfo, std::optional<int> mode)
+// Why the wait of a FIFO for its writer ended without one (`error` being
+// the errno of the failed opening), or nothing when it did not.
+std::string writerWaitEnd(int error, const Platform::WriterWait& wait)
+{
+  if (error == ETIMEDOUT && wait.limit.count() > 0) {
+    return "no writer came within " + std::to_string(wait.limit.count()) + " ms";
+  }
+  if (error == ECANCELED && wait.token != nullptr) {
+    return "cancelled while waiting for a writer";
+  }
+  return "";
+}
+
+// A FIFO waits for its writer as a file stream does; the typed form's idle
+// timeout and token bound that wait, the one wait of a local file.
+std::unique_ptr<std::istream> openLocal(const FileInfo& finfo, std::optional<int> mode,
+                                        const Network::StreamLimits& limits)
 {
   CORE_ASSERT(mode);
   const auto openMode = static_cast<std::ios_base::openmode>(mode.value_or(0));
-  std::unique_ptr<std::istream> stream = Platform::openSharedFile(finfo.filename, openMode);
+  const Platform::WriterWait wait{limits.idleTimeout, limits.token};
+  std::unique_ptr<std::istream> stream = Platform::openSharedFile(finfo.filename, openMode, wait);
   if (!stream) {
-    const std::string message = "Failed to open file '" + toString(finfo) + "': ";
+    const int error = errno;
+    const std::string message = "Failed to open file '" + toString(finfo) + "': " + writerWaitEnd(error, wait);
+    errno = error;
     throw Utils::FileHelper::makeSystemError(message.c_str());
   }
   return stream;
@@ -81,26 +101,27 @@ const Process::CancelationToken* retryToken(const FileInfo& finfo)
   return policy != nullptr ? policy->token : nullptr;
 }
 
-// The limits of one connection attempt and of the reads after it: the time
-// left on the descriptor's timer when it has a positive timeout, and those
-// of the host's options.
-Network::StreamLimits attemptLimits(const FileInfo& finfo, const Utils::Timer<Clock>& timer,
-                                    const Network::StreamLimits& options)
+// The limits of one connection attempt and of the reads after it: a
+// positive timeout bounds each pending attempt, measured from that
+// attempt's start, so that a host's policy that goes on retrying past the
+// timeout still gives every attempt its full time.
+Network::StreamLimits attemptLimits(const FileInfo& finfo, const Network::StreamLimits& limits)
 {
-  Network::StreamLimits limits = options;
-  if (finfo.timeout.count() > 0 && timer.delay && *timer.delay != Clock::duration::max()) {
-    const Clock::duration left = *timer.delay - (Clock::now() - timer.start);
-    limits.deadline = Timing::deadlineAfter(
-        std::max(std::chrono::ceil<std::chrono::milliseconds>(left), std::chrono::milliseconds(0)));
+  Network::StreamLimits attempt = limits;
+  if (finfo.timeout.count() > 0) {
+    constexpr auto longest = std::chrono::duration_cast<FileInfo::Seconds>(std::chrono::milliseconds::max());
+    attempt.deadline = Timing::deadlineAfter(
+        finfo.timeout >= longest ? std::chrono::milliseconds::max()
+                                 : std::chrono::duration_cast<std::chrono::milliseconds>(finfo.timeout));
   }
-  return limits;
+  return attempt;
 }
 
-// Sleeps for `pause`, or less once `token` is cancelled.
-void pauseUnlessCancelled(std::chrono::milliseconds pause, const Process::CancelationToken* token)
+// Sleeps for `pause`, or less once connecting is cancelled.
+void pauseUnlessCancelled(std::chrono::milliseconds pause, const Network::StreamLimits& limits)
 {
   const auto end = std::chrono::steady_clock::now() + pause;
-  for (auto now = std::chrono::steady_clock::now(); now < end && !Process::isCancelRequested(token);
+  for (auto now = std::chrono::steady_clock::now(); now < end && !limits.connectingCancelled();
        now = std::chrono::steady_clock::now()) {
     std::this_thread::sleep_for(std::min<std::chrono::steady_clock::duration>(end - now, Timing::CANCEL_CHECK_PERIOD));
   }
@@ -110,29 +131,28 @@ void pauseUnlessCancelled(std::chrono::milliseconds pause, const Process::Cancel
 // attempts. Only failures of the socket itself are retried; a failed start-up
 // or name resolution ends the attempt at once. An attempt that hangs (a
 // server that drops connection requests) is given up when the descriptor's
-// timeout has run out or the policy's token is cancelled, and then fails as
-// any other.
-std::unique_ptr<std::istream> connectRemote(const FileInfo& finfo, Network::StreamLimits options)
+// timeout has run out or a token is cancelled, and then fails as any other.
+// The policy's token bounds connecting only: once open, the stream reads
+// until the server closes, unless the host's own token (`limits.token`)
+// ends it.
+std::unique_ptr<std::istream> connectRemote(const FileInfo& finfo, Network::StreamLimits limits)
 {
   const std::string target = toString(finfo);
   // One timer across all attempts.
   const Utils::Timer<Clock> timer(clockDelay(finfo.timeout));
-  if (options.token == nullptr) {
-    options.token = retryToken(finfo);
-  }
-  const Process::CancelationToken* token = options.token;
+  limits.connectToken = retryToken(finfo);
   for (;;) {
     Event::reportCoreEvent(Logging::LoggingType::Info, Event::CONNECTING, "Connecting to: '" + target + "'...");
     try {
       auto stream = std::make_unique<Network::basic_instream<char>>(finfo.address.c_str(), finfo.port,
-                                                                    attemptLimits(finfo, timer, options));
+                                                                    attemptLimits(finfo, limits));
       Event::reportCoreEvent(Logging::LoggingType::Info, Event::CONNECTED, "Connected to: '" + target + "'.");
       return stream;
     } catch (const std::system_error& error) {
       // The policy decides, but no attempt follows a cancellation of the
       // host's token, which the policy may not know of.
-      if (finfo.retry != nullptr && (*finfo.retry)(finfo, timer) && !Process::isCancelRequested(token)) {
-        pauseUnlessCancelled(Timing::CONNECT_RETRY_PAUSE, token);
+      if (finfo.retry != nullptr && (*finfo.retry)(finfo, timer) && !limits.connectingCancelled()) {
+        pauseUnlessCancelled(Timing::CONNECT_RETRY_PAUSE, limits);
         continue;
       }
       Event::reportCoreEvent(Logging::LoggingType::Error, Event::FAILED_TO_CONNECT,
@@ -151,7 +171,7 @@ std::unique_ptr<std::istream> openStream(const FileInfo& finfo, std::optional<in
 
   refuseTruncatedNames(finfo);
   if (!finfo.isRemote()) {
-    return openLocal(finfo, mode);
+    return openLocal(finfo, mode, limits);
   }
   return connectRemote(finfo, limits);
 }

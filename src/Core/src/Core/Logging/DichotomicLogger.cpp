@@ -25,8 +25,13 @@ DichotomicLogger::~DichotomicLogger() = default;
 void DichotomicLogger::write(LoggingType type, const std::string& message)
 {
   const bool filteredLevel = type == LoggingType::Info || type == LoggingType::Warning || type == LoggingType::Error;
+  // Held until the whole operation returns: an owner that lets the filtered
+  // logger go during the echo or the complete logger's call does not
+  // destroy it in the middle of the operation.
+  std::shared_ptr<Logger> filtered;
   if (filteredLevel) {
-    if (const std::shared_ptr<Logger> filtered = filteredLogger.logger.lock()) {
+    filtered = filteredLogger.logger.lock();
+    if (filtered) {
       writeAt(*filtered, type, message);
     }
   }

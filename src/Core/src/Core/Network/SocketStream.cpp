@@ -5,9 +5,7 @@
 #include <Core/StreamDiagnostics.h>
 
 #include "Timing/Deadline.h"
-#include "Timing/Periods.h"
 
-#include <algorithm>
 #include <cstring>
 #include <iostream>
 #include <sstream>
@@ -34,42 +32,28 @@ void writeWhole(std::ostream& stream, const std::string& text)
   stream.flush();
 }
 
-// How long one wait of the socket may last: until `deadline` (negative: no
-// limit when there is none), and no longer than a token check period when a
-// token may end the wait.
-std::chrono::milliseconds nextWait(std::chrono::steady_clock::time_point deadline,
-                                   const Core::Process::CancelationToken* token)
-{
-  using Clock = std::chrono::steady_clock;
-  std::chrono::milliseconds wait(-1);
-  if (deadline != Clock::time_point::max()) {
-    const Clock::time_point now = Clock::now();
-    wait = deadline > now ? std::chrono::ceil<std::chrono::milliseconds>(deadline - now) : std::chrono::milliseconds(0);
-  }
-  if (token != nullptr) {
-    wait = wait.count() < 0 ? Core::Timing::CANCEL_CHECK_PERIOD : std::min(wait, Core::Timing::CANCEL_CHECK_PERIOD);
-  }
-  return wait;
-}
-
 // Waits for a pending connection within `limits`: Connected, Failed with the
-// socket error set, or Failed with `code` set when the connection is given up.
+// socket error set, or Failed with `code` set when the connection is given
+// up. A connection given up keeps the error the system has for it, if any.
 Platform::ConnectProgress awaitWithin(Platform::SocketHandle socket, const StreamLimits& limits, int& code)
 {
   using Clock = std::chrono::steady_clock;
+  const bool watchesToken = limits.token != nullptr || limits.connectToken != nullptr;
   for (;;) {
-    if (Core::Process::isCancelRequested(limits.token)) {
-      code = Platform::CONNECT_CANCELLED;
-      return Platform::ConnectProgress::Failed;
-    }
-    const Platform::ConnectProgress progress =
-        Platform::awaitConnection(socket, nextWait(limits.deadline, limits.token));
+    const bool cancelled = limits.connectingCancelled();
+    const bool expired = !cancelled && Clock::now() >= limits.deadline;
+    const bool givingUp = cancelled || expired;
+    // Once given up, one last look without waiting: a connection made or
+    // refused meanwhile is reported as such.
+    const Platform::ConnectProgress progress = Platform::awaitConnection(
+        socket, givingUp ? std::chrono::milliseconds(0) : Core::Timing::nextWait(limits.deadline, watchesToken));
     if (progress != Platform::ConnectProgress::Pending) {
       code = Platform::lastSocketError();
       return progress;
     }
-    if (Clock::now() >= limits.deadline) {
-      code = Platform::CONNECT_TIMED_OUT;
+    if (givingUp) {
+      const int pending = Platform::pendingConnectionError(socket);
+      code = pending != 0 ? pending : cancelled ? Platform::CONNECT_CANCELLED : Platform::CONNECT_TIMED_OUT;
       return Platform::ConnectProgress::Failed;
     }
   }
@@ -118,6 +102,11 @@ std::string endpoint(const std::string& address, std::uint16_t port)
 }
 
 } // namespace
+
+bool StreamLimits::connectingCancelled() const
+{
+  return Core::Process::isCancelRequested(token) || Core::Process::isCancelRequested(connectToken);
+}
 
 template<class CharT, class Traits, std::size_t BUFFER_SIZE>
 basic_netbuf<CharT, Traits, BUFFER_SIZE>::basic_netbuf(const char* address, unsigned short port,
@@ -195,7 +184,7 @@ void basic_netbuf<CharT, Traits, BUFFER_SIZE>::awaitData()
                               "No data from " + endpoint(address, port) + " for " +
                                   std::to_string(limits.idleTimeout.count()) + " ms");
     }
-    const int ready = Platform::waitReadable(socket, nextWait(idleEnd, limits.token));
+    const int ready = Platform::waitReadable(socket, Core::Timing::nextWait(idleEnd, limits.token != nullptr));
     if (ready > 0) {
       return;
     }

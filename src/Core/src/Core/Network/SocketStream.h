@@ -23,15 +23,20 @@ inline constexpr std::size_t NETBUF_SIZE = 1048576;
 
 // What bounds a stream: connecting ends at `deadline` (the largest time
 // point: as long as the system tries); a read fails once no byte has come
-// for `idleTimeout` (0: never); and `token` (null: none) ends a pending
-// connection or a blocked read. A connection given up fails as any other,
-// with the socket layer's "timed out" or "cancelled" code; a read given up
-// throws std::system_error of std::errc::timed_out or
-// std::errc::operation_canceled.
+// for `idleTimeout` (0: never); `token` (null: none) ends a pending
+// connection or a blocked read, and `connectToken` (null: none) a pending
+// connection only. A connection given up fails as any other, with the
+// connection's own error when the system has one for it, else the socket
+// layer's "timed out" or "cancelled" code; a read given up throws
+// std::system_error of std::errc::timed_out or std::errc::operation_canceled.
 struct StreamLimits {
   std::chrono::steady_clock::time_point deadline = std::chrono::steady_clock::time_point::max();
   std::chrono::milliseconds idleTimeout{0};
   const Core::Process::CancelationToken* token = nullptr;
+  const Core::Process::CancelationToken* connectToken = nullptr;
+
+  // Whether either token asks a pending connection to end.
+  bool connectingCancelled() const;
 };
 
 // A stream buffer that owns one connected TCP socket and refills its get area

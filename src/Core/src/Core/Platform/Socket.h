@@ -37,6 +37,11 @@ enum class ConnectProgress { Connected, Pending, Failed };
 ConnectProgress startConnecting(SocketHandle socket, const addrinfo& address);
 ConnectProgress awaitConnection(SocketHandle socket, std::chrono::milliseconds wait);
 
+// The error the system holds for a connection still in progress (for
+// instance a host reported unreachable while the request is repeated), or
+// 0 when it has none.
+int pendingConnectionError(SocketHandle socket);
+
 // The socket layer's codes for a connection given up by its caller: its time
 // ran out, or it was cancelled.
 extern const int CONNECT_TIMED_OUT;
