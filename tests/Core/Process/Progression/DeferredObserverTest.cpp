@@ -152,6 +152,21 @@ TEST(DeferredObserver, StartAfterStopDoesNothing)
   EXPECT_EQ(recorder.messages(), std::vector<std::string>{});
 }
 
+// A poke that finds no thread to wake is reported with the name of the
+// thread it looked for.
+TEST(DeferredObserver, PokeBeforeTheStartIsReportedAsMissingItsThread)
+{
+  AssertRecorder recorder;
+  auto counter = std::make_shared<ProcessProgressionLinear>(10);
+  UnstartedObserver observer(counter, 0);
+  observer.onObservableChanged();
+
+  const auto reports = recorder.reports();
+  ASSERT_EQ(reports.size(), 1u);
+  EXPECT_EQ(reports[0].message, "CORE_ASSERT failed: 'timeFilteringThread != nullptr'");
+  EXPECT_EQ(observer.delivered.load(), 0);
+}
+
 TEST(DeferredObserver, StartedObserverOfAGoneObservableIsNeverPoked)
 {
   AssertRecorder recorder;

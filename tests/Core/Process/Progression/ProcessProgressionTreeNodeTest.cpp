@@ -207,8 +207,8 @@ TEST(ProcessProgressionTreeNode, GrandchildChangePokesTheRootObserversFirstThenD
 
 // A chain a million nodes deep: a change at its leaf reaches the observers
 // of the root and of the leaf, the root reads the leaf's fraction through
-// every level, and the whole chain is destroyed, all without a call per
-// level on the stack.
+// every level, and the whole chain is destroyed, all without overflowing the
+// stack (at most 10,000 levels are on it at once).
 TEST(ProcessProgressionTreeNode, MillionLevelChainPropagatesReadsAndGoesWithoutDeepRecursion)
 {
   constexpr int DEPTH = 1000000;

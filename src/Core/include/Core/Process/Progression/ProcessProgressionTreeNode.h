@@ -22,6 +22,11 @@ namespace Orvan::Core::Process::Progression {
 class ORVAN_CORE_EXPORT ProcessProgressionTreeNode : public ProcessProgression {
 public:
   ProcessProgressionTreeNode();
+
+  // The children go after the node's own destructor bodies, in the order they
+  // were added, while the node's base still exists. In a tree more than
+  // 10,000 levels deep, the subtrees below that depth go last, from a loop,
+  // each still whole and attached to the node destroyed first.
   ~ProcessProgressionTreeNode() override;
 
   // Takes ownership of `child` and becomes its parent. Sends no change
@@ -41,11 +46,16 @@ public:
   double captureProgression() const override;
 
 protected:
-  // Passes the change up to the parent first, then pokes this node's own
-  // observers.
+  // Passes the change up to the parent first (the parent's virtual
+  // progressionChanged, which climbs on to the root), then pokes this node's
+  // own observers. Past 10,000 levels above the change, the remaining
+  // ancestors are told from the root down by a loop, each through its
+  // virtual progressionChanged.
   void progressionChanged() override;
 
 private:
+  static void tellAncestorsFromTheRootDown(ProcessProgressionTreeNode* nearest);
+
   std::vector<std::unique_ptr<ProcessProgressionTreeNode>> children;
   ProcessProgressionTreeNode* parent = nullptr;
   // Mirrors children.size(), so that a childless node reads 0.0 without

@@ -10,25 +10,93 @@ namespace Orvan::Core::Process::Progression {
 
 ProcessProgressionTreeNode::ProcessProgressionTreeNode() = default;
 
-// Children own their own children, so letting the vector go would destroy a
-// chain one call deeper per level, as deep as the tree. Instead each node is
-// destroyed once its children have been taken out of it: the stack stays
-// flat whatever the depth. Siblings still go in the order they were added.
+namespace {
+
+// How many tree levels this thread may have on its stack at once, counting
+// both a tree being destroyed (one destructor per level) and a change
+// climbing to the root (one progressionChanged per level). Any tree up to
+// this depth is destroyed and notified one nested call per level; only a
+// deeper one is handled level by level from a loop, so that no depth a host
+// can build overflows the stack.
+constexpr std::size_t LEVELS_ON_THE_STACK = 10000;
+
+thread_local std::size_t levelsOnStack = 0;
+
+// Whether the level below the innermost one on this thread's stack may
+// still be entered by a nested call.
+bool roomForOneMoreLevel()
+{
+  return levelsOnStack < LEVELS_ON_THE_STACK;
+}
+
+// A tree whose destruction started on this thread from its topmost node,
+// with the subtrees that lay too deep to be destroyed on the stack, in the
+// order they were reached.
+struct TreeDestruction {
+  ProcessProgressionTreeNode* top;
+  std::vector<std::unique_ptr<ProcessProgressionTreeNode>> tooDeep;
+};
+
+thread_local TreeDestruction* ongoingDestruction = nullptr;
+// The node whose children are being destroyed, innermost on this thread.
+thread_local const ProcessProgressionTreeNode* destroyingChildrenOf = nullptr;
+
+} // namespace
+
+// By the time this runs, the destructor bodies of the node's own class and of
+// its subclasses are done: they ran while the node was whole. Its children
+// now go, in the order they were added, each through its virtual destructor,
+// while this node's base (its completion, token and observers) still
+// exists, as it does for every ancestor: a child may complete itself on its
+// way out, and the change climbs through live nodes.
+//
+// A child's destruction is one nested call per level. Past the depth the
+// stack holds, a node hands its children to the node whose destruction
+// started the whole thing (the top, still alive further up the stack), which
+// becomes their parent and destroys them after its other descendants, from a
+// loop. So each of them is still whole when its destructor runs and climbs to
+// live ancestors; only the nodes that stood between the top and them are gone
+// by then.
+//
+// The frames repeated once per level, here and in progressionChanged, hold
+// no local whose address is taken, so that a sanitizer keeps them as small
+// as they are.
 ProcessProgressionTreeNode::~ProcessProgressionTreeNode()
 {
-  std::vector<std::unique_ptr<ProcessProgressionTreeNode>> pending;
-  const auto takeChildren = [&pending](std::vector<std::unique_ptr<ProcessProgressionTreeNode>>& from) {
-    for (auto child = from.rbegin(); child != from.rend(); ++child) {
-      pending.push_back(std::move(*child));
-    }
-    from.clear();
-  };
-  takeChildren(children);
-  while (!pending.empty()) {
-    const std::unique_ptr<ProcessProgressionTreeNode> node = std::move(pending.back());
-    pending.pop_back();
-    takeChildren(node->children);
+  // The node reads as childless while its children go.
+  childCount.store(0, std::memory_order_release);
+  if (children.empty()) {
+    return;
   }
+  ++levelsOnStack;
+  TreeDestruction* const outer = ongoingDestruction;
+  const ProcessProgressionTreeNode* const outerNode = destroyingChildrenOf;
+  TreeDestruction* own = nullptr;
+  if (outer == nullptr || parent == nullptr || parent != outerNode) {
+    own = new TreeDestruction{this, {}};
+    ongoingDestruction = own;
+  }
+  destroyingChildrenOf = this;
+  const bool nested = roomForOneMoreLevel();
+  for (std::size_t index = 0; index < children.size(); ++index) {
+    if (nested) {
+      delete children[index].release();
+    } else {
+      children[index]->parent = ongoingDestruction->top;
+      ongoingDestruction->tooDeep.push_back(std::move(children[index]));
+    }
+  }
+  if (own != nullptr) {
+    // Later subtrees join the list while earlier ones go.
+    for (std::size_t next = 0; next < own->tooDeep.size(); ++next) {
+      destroyingChildrenOf = this;
+      delete own->tooDeep[next].release();
+    }
+    delete own;
+  }
+  ongoingDestruction = outer;
+  destroyingChildrenOf = outerNode;
+  --levelsOnStack;
 }
 
 void ProcessProgressionTreeNode::addChild(std::unique_ptr<ProcessProgressionTreeNode>&& child)
@@ -67,12 +135,11 @@ std::shared_ptr<ProcessProgression::ProcessProgressionToken> ProcessProgressionT
 
 namespace {
 
-// The ancestors whose change propagation ran while a change climbed the
-// tree on this thread, nearest first; null when no change is climbing.
-thread_local std::vector<ProcessProgressionTreeNode*>* climbingChange = nullptr;
-
-// Room for the ancestors of a change that each thread keeps between changes.
-constexpr std::size_t KEPT_ANCESTORS = 1024;
+// Set just before an ancestor's progressionChanged is called from the loop
+// that notifies the ancestors of a chain too deep for the stack: that
+// ancestor's own ancestors have already been told. Taken by the first
+// propagation that starts on this thread.
+thread_local const ProcessProgressionTreeNode* ancestorsAlreadyTold = nullptr;
 
 } // namespace
 
@@ -123,35 +190,40 @@ double ProcessProgressionTreeNode::captureProgression() const
 
 void ProcessProgressionTreeNode::progressionChanged()
 {
-  // Observers nearest the root hear first. A change climbs to the root
-  // without recursing: every ancestor's own progressionChanged (overridden
-  // or not) is called in turn from here and only notes its node; the pokes
-  // then go out from the root down to this node.
-  if (climbingChange != nullptr) {
-    climbingChange->push_back(this);
-    return;
-  }
-  if (parent != nullptr) {
-    thread_local std::vector<ProcessProgressionTreeNode*> ancestors;
-    ancestors.clear();
-    climbingChange = &ancestors;
+  const bool climbed = ancestorsAlreadyTold == this;
+  ancestorsAlreadyTold = nullptr;
+  if (!climbed && parent != nullptr) {
+    ++levelsOnStack;
     try {
-      for (ProcessProgressionTreeNode* ancestor = parent; ancestor != nullptr; ancestor = ancestor->parent) {
-        ancestor->progressionChanged();
+      if (roomForOneMoreLevel()) {
+        // The parent's own propagation, virtual, reaches the root first.
+        parent->progressionChanged();
+      } else {
+        tellAncestorsFromTheRootDown(parent);
       }
     } catch (...) {
-      climbingChange = nullptr;
+      --levelsOnStack;
       throw;
     }
-    climbingChange = nullptr;
-    for (auto ancestor = ancestors.rbegin(); ancestor != ancestors.rend(); ++ancestor) {
-      (*ancestor)->ProgressionObservable::progressionChanged();
-    }
-    if (ancestors.capacity() > KEPT_ANCESTORS) {
-      std::vector<ProcessProgressionTreeNode*>().swap(ancestors); // a deep chain does not pin its memory
-    }
+    --levelsOnStack;
   }
   ProgressionObservable::progressionChanged();
+}
+
+// The ancestors of a chain deeper than the stack holds: each one's
+// progressionChanged (overridden or not) is called from here, the root's
+// first, and does not climb again.
+void ProcessProgressionTreeNode::tellAncestorsFromTheRootDown(ProcessProgressionTreeNode* nearest)
+{
+  std::vector<ProcessProgressionTreeNode*> ancestors;
+  for (ProcessProgressionTreeNode* ancestor = nearest; ancestor != nullptr; ancestor = ancestor->parent) {
+    ancestors.push_back(ancestor);
+  }
+  for (auto ancestor = ancestors.rbegin(); ancestor != ancestors.rend(); ++ancestor) {
+    ancestorsAlreadyTold = *ancestor;
+    (*ancestor)->progressionChanged();
+    ancestorsAlreadyTold = nullptr; // an override that did not pass the change on left it set
+  }
 }
 
 } // namespace Orvan::Core::Process::Progression

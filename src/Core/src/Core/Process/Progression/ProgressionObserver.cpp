@@ -9,6 +9,7 @@
 
 #include <chrono>
 #include <string>
+#include <thread>
 #include <utility>
 
 namespace Orvan::Core::Process::Progression {
@@ -62,7 +63,8 @@ public:
   void poke()
   {
     const Timing::PeriodicWorker::Lock lock = worker.lock();
-    CORE_ASSERT(worker.thread() != nullptr);
+    const std::thread* const timeFilteringThread = worker.thread();
+    CORE_ASSERT(timeFilteringThread != nullptr);
     if (!changePending) {
       changePending = true;
       worker.notify(lock);
