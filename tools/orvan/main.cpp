@@ -56,19 +56,23 @@ const char* const MAIN_HELP =
 struct Command {
   const char* name;
   int (*run)(const std::vector<std::string>&);
+  // The exit code of a usage error and of any other failure of the command
+  // itself.
+  int usageCode = EXIT_USAGE;
+  int failureCode = EXIT_FAILED;
 };
 
 const Command COMMANDS[] = {
-    {"fetch", fetchCommand},   {"serve", serveCommand}, {"run", runCommand},
+    {"fetch", fetchCommand},   {"serve", serveCommand}, {"run", runCommand, EXIT_RUN_FAILED, EXIT_RUN_FAILED},
     {"memory", memoryCommand}, {"demo", demoCommand},
 };
 
-int usageError(const std::string& command, const std::string& message)
+int usageError(const std::string& command, const std::string& message, int code = EXIT_USAGE)
 {
   const std::string name = command.empty() ? "orvan" : "orvan " + command;
   Console::instance().message(name + ": " + message);
   Console::instance().message("Try '" + name + " --help'.");
-  return EXIT_USAGE;
+  return code;
 }
 
 int main(const std::vector<std::string>& words)
@@ -111,7 +115,10 @@ int main(const std::vector<std::string>& words)
       try {
         return known.run(std::vector<std::string>(command.begin() + 1, command.end()));
       } catch (const UsageError& error) {
-        return usageError(known.name, error.what());
+        return usageError(known.name, error.what(), known.usageCode);
+      } catch (const std::exception& error) {
+        Console::instance().message(std::string("orvan ") + known.name + ": " + error.what());
+        return known.failureCode;
       }
     }
   }
