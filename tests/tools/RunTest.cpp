@@ -152,6 +152,12 @@ TEST(OrvanRunLikeTimeout, SigintAndSigtermEndTheGroupWith130And143)
       TemporaryDirectory directory;
       const auto pidFile = directory / "pids";
       EXPECT_EQ(runUnder(runner, "60", foregroundPair(pidFile), signal, pidFile), 128 + signal) << runner.name;
+      // GNU timeout itself exits at once, leaving its child, when the signal
+      // comes before it has recorded the child's pid: a race of its own that
+      // a loaded machine shows. The group is checked for orvan run alone.
+      if (runner.program != toolPath()) {
+        continue;
+      }
       for (const pid_t pid : pidsIn(pidFile)) {
         EXPECT_TRUE(waitFor([&] { return !running(pid); })) << runner.name << ": " << pid << " still runs";
       }
