@@ -1,7 +1,15 @@
 # Compiles every public header of the given libraries in a translation unit of
-# its own, so that each one is proven to include what it uses.
+# its own, so that each one is proven to include what it uses, and with the
+# warnings a strict host compiles its own code with: a host that includes our
+# headers must not get a warning from them. C++17 header by header; C++20
+# and C++23 in one translation unit each that includes them all (what
+# changes between standards is the language, not what a header includes).
+set(ORVAN_STRICT_HOST_WARNINGS
+    -Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor -Wold-style-cast -Wconversion -Wsign-conversion -Werror)
+
 function(orvan_check_headers)
   set(sources)
+  set(all_includes "")
   foreach(library IN LISTS ARGN)
     get_target_property(target ${library} ALIASED_TARGET)
     get_target_property(include_dirs ${target} INTERFACE_INCLUDE_DIRECTORIES)
@@ -16,10 +24,30 @@ function(orvan_check_headers)
         set(source "${PROJECT_BINARY_DIR}/header_check/${name}.cpp")
         file(CONFIGURE OUTPUT "${source}" CONTENT "#include <${header}>\n")
         list(APPEND sources "${source}")
+        string(APPEND all_includes "#include <${header}>\n")
       endforeach()
     endforeach()
   endforeach()
   add_library(Orvan_header_check OBJECT ${sources})
   target_link_libraries(Orvan_header_check PRIVATE ${ARGN})
   orvan_set_warnings(Orvan_header_check)
+  if(NOT MSVC)
+    target_compile_options(Orvan_header_check PRIVATE ${ORVAN_STRICT_HOST_WARNINGS})
+  endif()
+
+  foreach(standard 20 23)
+    if(NOT "cxx_std_${standard}" IN_LIST CMAKE_CXX_COMPILE_FEATURES)
+      message(STATUS "The compiler knows no C++${standard}: the header check in C++${standard} is left out")
+      continue()
+    endif()
+    set(source "${PROJECT_BINARY_DIR}/header_check/AllHeaders_cxx${standard}.cpp")
+    file(CONFIGURE OUTPUT "${source}" CONTENT "${all_includes}")
+    add_library(Orvan_header_check_cxx${standard} OBJECT ${source})
+    target_link_libraries(Orvan_header_check_cxx${standard} PRIVATE ${ARGN})
+    set_target_properties(Orvan_header_check_cxx${standard} PROPERTIES CXX_STANDARD ${standard})
+    orvan_set_warnings(Orvan_header_check_cxx${standard})
+    if(NOT MSVC)
+      target_compile_options(Orvan_header_check_cxx${standard} PRIVATE ${ORVAN_STRICT_HOST_WARNINGS})
+    endif()
+  endforeach()
 endfunction()

@@ -2,12 +2,15 @@
 # project's own targets or its own directories, never as usage requirements:
 # a project that uses these libraries gets none of them.
 
-# Warnings are errors on every compiler we build with.
+# Warnings on every compiler we build with; errors when
+# ORVAN_WARNINGS_AS_ERRORS is on (this repository's own builds), never forced
+# on a project that builds the libraries inside its own tree with a compiler
+# we have not tried.
 function(orvan_set_warnings target)
   if(MSVC)
-    target_compile_options(${target} PRIVATE /W4 /WX)
+    target_compile_options(${target} PRIVATE /W4 $<$<BOOL:${ORVAN_WARNINGS_AS_ERRORS}>:/WX>)
   else()
-    target_compile_options(${target} PRIVATE -Wall -Wextra -Wpedantic -Werror)
+    target_compile_options(${target} PRIVATE -Wall -Wextra -Wpedantic $<$<BOOL:${ORVAN_WARNINGS_AS_ERRORS}>:-Werror>)
   endif()
 endfunction()
 

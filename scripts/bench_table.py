@@ -2,12 +2,20 @@
 """Builds the benchmark table from the JSON reports of the programs of bench/.
 
     scripts/bench_table.py [--build DIR] REPORTS_DIR
+    scripts/bench_table.py [--build DIR] --update-readme README.md REPORTS_DIR
+    scripts/bench_table.py --check-readme README.md
 
 Reads every REPORTS_DIR/*.json written by Google Benchmark
 (--benchmark_out_format=json), takes each benchmark's median over its
 repetitions, and prints one Markdown table: our figure, the baseline measured
 in the same run, the ratio, the target and whether it is met. Exits with 1
 when a figure is missing from the reports.
+
+--update-readme writes the table and its summary lines into the README's
+Performance section, in place of the previous ones. --check-readme reads no
+report: it checks that the README's table has the rows and targets that
+scripts/bench measures today, in the same order (not the figures, which are
+the machine's), and exits with 1 when it does not.
 """
 
 import argparse
@@ -238,17 +246,8 @@ def repetitions(medians):
     return text
 
 
-def main():
-    parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
-    parser.add_argument("reports", help="directory of the programs' JSON reports")
-    parser.add_argument("--build", default="build/bench", help="the build tree, to name the compiler")
-    arguments = parser.parse_args()
-
-    medians, contexts = load(arguments.reports)
-    if not contexts:
-        print(f"no JSON report in {arguments.reports}", file=sys.stderr)
-        return 1
-
+def render(medians, contexts, build):
+    """The table and its summary lines, and how many figures are missing."""
     header = ("figure", "ours", "baseline, same run", "ratio", "target", "")
     table = []
     missing = met = 0
@@ -263,15 +262,93 @@ def main():
     def line(cells):
         return "| " + " | ".join(cell.ljust(width) for cell, width in zip(cells, widths)) + " |"
 
-    print(line(header))
-    print("|" + "|".join("-" * (width + 2) for width in widths) + "|")
-    for row in table:
-        print(line(row))
-    print()
-    print(f"Medians of {repetitions(medians)}; CPU time of the benchmark's thread, "
-          "wall-clock time where marked; ratio = ours / baseline.")
-    print(f"Machine: {machine(contexts, arguments.build)}.")
-    print(f"Targets met: {met} of {len(table)}" + (f"; {missing} figures missing" if missing else "") + ".")
+    lines = [line(header), "|" + "|".join("-" * (width + 2) for width in widths) + "|"]
+    lines += [line(row) for row in table]
+    lines += ["",
+              f"Medians of {repetitions(medians)}; CPU time of the benchmark's thread, "
+              "wall-clock time where marked; ratio = ours / baseline.",
+              f"Machine: {machine(contexts, build)}.",
+              f"Targets met: {met} of {len(table)}" + (f"; {missing} figures missing" if missing else "") + "."]
+    return "\n".join(lines) + "\n", missing
+
+
+TABLE_START = "| figure "
+TABLE_END = "Targets met: "
+
+
+def readme_table(text):
+    """(start, end) offsets of the README's table and summary, or None."""
+    start = text.find("\n" + TABLE_START)
+    if start < 0:
+        return None
+    end = text.find("\n" + TABLE_END, start)
+    if end < 0:
+        return None
+    return start + 1, text.index("\n", end + 1) + 1
+
+
+# A throughput row's label names the transfer's size, which --quick changes.
+SIZE_SUFFIX = re.compile(r", [0-9]+ MiB, best of 5 rounds \(wall clock\)$")
+
+
+def check_readme(path):
+    with open(path, encoding="utf-8") as file:
+        text = file.read()
+    span = readme_table(text)
+    if span is None:
+        print(f"{path}: no benchmark table (a line starting '{TABLE_START}' up to '{TABLE_END}...')",
+              file=sys.stderr)
+        return 1
+    found = []
+    for line in text[span[0]:span[1]].splitlines()[2:]:
+        if not line.startswith("|"):
+            break
+        cells = [cell.strip() for cell in line.strip().strip("|").split("|")]
+        found.append((SIZE_SUFFIX.sub("", cells[0]), cells[4]))
+    expected = [(label, target) for label, _, _, _, target, _ in rows({})]
+    if found == expected:
+        print(f"{path}: the benchmark table has the {len(expected)} rows of scripts/bench")
+        return 0
+    print(f"{path}: the benchmark table is not the one scripts/bench prints today", file=sys.stderr)
+    for row in expected:
+        if row not in found:
+            print(f"  missing: {row[0]} (target: {row[1]})", file=sys.stderr)
+    for row in found:
+        if row not in expected:
+            print(f"  no longer measured: {row[0]} (target: {row[1]})", file=sys.stderr)
+    if sorted(found) == sorted(expected):
+        print("  the rows are in another order", file=sys.stderr)
+    return 1
+
+
+def main():
+    parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
+    parser.add_argument("reports", nargs="?", help="directory of the programs' JSON reports")
+    parser.add_argument("--build", default="build/bench", help="the build tree, to name the compiler")
+    parser.add_argument("--update-readme", metavar="README", help="write the table into README's Performance section")
+    parser.add_argument("--check-readme", metavar="README", help="check README's table against today's rows")
+    arguments = parser.parse_args()
+
+    if arguments.check_readme:
+        return check_readme(arguments.check_readme)
+    if not arguments.reports:
+        parser.error("REPORTS_DIR is needed")
+
+    medians, contexts = load(arguments.reports)
+    if not contexts:
+        print(f"no JSON report in {arguments.reports}", file=sys.stderr)
+        return 1
+    table, missing = render(medians, contexts, arguments.build)
+    print(table, end="")
+    if arguments.update_readme:
+        with open(arguments.update_readme, encoding="utf-8") as file:
+            text = file.read()
+        span = readme_table(text)
+        if span is None:
+            print(f"{arguments.update_readme}: no benchmark table to replace", file=sys.stderr)
+            return 1
+        with open(arguments.update_readme, "w", encoding="utf-8") as file:
+            file.write(text[:span[0]] + table + text[span[1]:])
     return 1 if missing else 0
 
 

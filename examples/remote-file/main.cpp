@@ -1,5 +1,6 @@
-// Reading a file that a server sends, with a retry policy and a progress
-// observer. Start a server first, for example:
+// Reading a file that a server sends, with a retry policy, a bound on silence
+// and a progress observer, then telling how the stream ended: at the end of
+// the file, or cut short. Start a server first, for example:
 //
 //   orvan serve data.bin --port 4000
 //   remote_file_example 'data.bin@127.0.0.1:4000&timeout=30'
@@ -11,11 +12,14 @@
 #include <Core/Process/Progression/ProcessProgressionLinearUnknownSteps.h>
 #include <Core/Process/Progression/ProgressionObserver.h>
 #include <Core/Process/TimeoutRetry.h>
+#include <Core/StreamDiagnostics.h>
 
 #include <atomic>
+#include <chrono>
 #include <cstdint>
 #include <iostream>
 #include <memory>
+#include <system_error>
 #include <vector>
 
 namespace Progression = Orvan::Core::Process::Progression;
@@ -55,8 +59,18 @@ int main(int argc, char** argv)
   Orvan::Core::FileInfo finfo{std::string(argv[1])};
   finfo.retry = &retry;
 
+  // The stream's per-chunk lines go to the logger, not among our output.
+  Orvan::Core::setStreamDiagnostics(Orvan::Core::StreamDiagnostics::Log);
+  Orvan::Core::FileInfo::StreamOptions options;
+  options.mode = static_cast<int>(std::ios::binary);
+  options.idleTimeout = std::chrono::seconds(30); // a silent server fails the read
+  options.token = &token;
+
   try {
-    const std::unique_ptr<std::istream> stream = finfo.makeStream(std::nullopt);
+    const std::unique_ptr<std::istream> stream = finfo.makeStream(options);
+    // A failed read (a reset, 30 s of silence) throws std::system_error
+    // instead of only setting the bad state.
+    stream->exceptions(std::ios::badbit);
     // The size is not known in advance: count chunks until the server closes.
     auto progression = std::make_shared<Progression::ProcessProgressionLinearUnknownSteps>();
     std::atomic<std::uint64_t> bytes{0};
@@ -69,8 +83,18 @@ int main(int argc, char** argv)
       }
       progression->setCompleted();
     }
-    std::cerr << "received " << bytes.load() << " bytes\n";
-    return 0;
+    // The loop ends at the end of the file, and only there: anything else
+    // would have thrown.
+    std::cerr << "received " << bytes.load() << " bytes"
+              << (stream->eof() ? ", up to the end of the file" : ", cut short") << '\n';
+    return stream->eof() ? 0 : 1;
+  } catch (const std::system_error& error) {
+    if (error.code() == std::errc::timed_out) {
+      std::cerr << "cannot read " << finfo << ": no data came for 30 s\n";
+    } else {
+      std::cerr << "cannot read " << finfo << ": " << error.code().message() << '\n';
+    }
+    return 1;
   } catch (const std::exception& error) {
     std::cerr << "cannot read " << finfo << ": " << error.what() << '\n';
     return 1;

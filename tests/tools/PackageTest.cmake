@@ -65,6 +65,15 @@ endforeach()
 
 run(COMMAND ${WORK_DIR}/examples/run-program/run_program_example 5 "sh -c 'exit 0'")
 
+# The remote-file example reads a local descriptor the same way and says how
+# the stream ended.
+file(WRITE ${WORK_DIR}/example-remote.txt "twenty-one bytes here")
+run(COMMAND ${WORK_DIR}/examples/remote-file/remote_file_example ${WORK_DIR}/example-remote.txt OUTPUT output)
+string(FIND "${output}" "received 21 bytes, up to the end of the file" found)
+if(found EQUAL -1)
+  message(FATAL_ERROR "the remote-file example did not say how the stream ended:\n${output}")
+endif()
+
 file(WRITE ${WORK_DIR}/example-input.txt "twelve bytes")
 run(COMMAND ${WORK_DIR}/examples/host-api/host_api_example ${WORK_DIR}/example-input.txt sh -c "echo hello"
     OUTPUT output)
@@ -99,7 +108,13 @@ expect_output("${output}" "OrvanCore has no component 'Network'; its components 
 # The sources inside a host project: only the libraries are built.
 run(COMMAND ${CMAKE_COMMAND} -S ${consumer} -B ${WORK_DIR}/subdirectory -G ${GENERATOR}
             -DCMAKE_CXX_COMPILER=${CXX_COMPILER} -DCMAKE_BUILD_TYPE=Release -DCMAKE_INSTALL_PREFIX=/usr
-            -DORVAN_SOURCE_DIR=${SOURCE_DIR})
+            -DORVAN_SOURCE_DIR=${SOURCE_DIR} -DCMAKE_EXPORT_COMPILE_COMMANDS=ON)
+# Warnings stay warnings there: a compiler we have not tried must not break
+# the host's build.
+file(READ ${WORK_DIR}/subdirectory/compile_commands.json commands)
+if(commands MATCHES "-Werror" OR NOT commands MATCHES "-Wall")
+  message(FATAL_ERROR "add_subdirectory builds the libraries with -Werror (or without -Wall):\n${commands}")
+endif()
 run(COMMAND ${CMAKE_COMMAND} --build ${WORK_DIR}/subdirectory --target help OUTPUT targets)
 foreach(unwanted Orvan_Utils_tests Orvan_Core_tests Orvan_readme_examples Orvan_header_check orvan gtest)
   string(REGEX MATCH "(^|\n)${unwanted}[:\n ]" found "${targets}")

@@ -1,6 +1,7 @@
 // `orvan fetch` in a real (pseudo-)terminal: the bar is drawn, fits the
 // terminal and ends at 100%, and the summary line follows it.
 
+#include "SilentListener_posix.h"
 #include "TemporaryDirectory.h"
 #include "ToolProcess.h"
 
@@ -214,6 +215,26 @@ TEST(OrvanTerminal, TheBarFitsANarrowTerminal)
   ASSERT_FALSE(server.target.empty());
   const TerminalRun remote = runInTerminal({"fetch", server.target, "-o", "copy.bin", "-f"}, directory.path(), 20);
   expectBarEndsAtOneHundredPercent(remote, 20);
+}
+
+// A server that sends nothing: after a second the bar says so and counts the
+// seconds; a pipe gets nothing of that.
+TEST(OrvanTerminal, AStalledTransferSaysItWaitsForData)
+{
+  SilentListener server;
+  ASSERT_TRUE(server.isReady());
+  TemporaryDirectory directory;
+  const TerminalRun run =
+      runInTerminal({"fetch", server.target(), "-o", "out.bin", "--idle-timeout", "3.5"}, directory.path());
+  EXPECT_EQ(run.code, 124) << run.screen;
+  EXPECT_NE(run.screen.find("waiting for data (1 s)"), std::string::npos) << run.screen;
+  EXPECT_NE(run.screen.find("waiting for data (2 s)"), std::string::npos) << run.screen;
+  EXPECT_NE(run.screen.find("no data came for 3.5 s (--idle-timeout)"), std::string::npos) << run.screen;
+
+  const ToolResult piped =
+      runTool({"fetch", server.target(), "-o", "out.bin", "--idle-timeout", "2.5"}, directory.path());
+  EXPECT_EQ(piped.code, 124) << piped.error;
+  EXPECT_EQ(piped.error.find("waiting"), std::string::npos) << piped.error;
 }
 
 } // namespace

@@ -153,19 +153,14 @@ TEST(OrvanArguments, BadArgumentsExitWithTwoAndSayWhy)
       {{"fetch", "a", "--bogus"}, "unknown option '--bogus'"},
       {{"fetch", "f@host:080"}, "Syntax error while parsing port number in: 'f@host:080'"},
       {{"fetch", "f@host:80&timeout="}, "does not match the <filename> nor"},
-      {{"fetch", "a", "--timeout", "soon"}, "option '--timeout' takes a whole number"},
+      {{"fetch", "a", "--timeout", "soon"}, "option '--timeout' takes a duration such as"},
       {{"fetch", "a", "-o"}, "option '-o' needs a value"},
       {{"fetch", "a", "--memory-period", "10"}, "needs '--log FILE'"},
       {{"serve"}, "missing FILE"},
-      {{"serve", (directory / "missing.bin").string()}, "cannot read the file"},
       {{"serve", file, "--port", "65536"}, "option '--port' takes a whole number from 0 to 65535"},
-      {{"serve", file, "--bind", "localhost"}, "not a numeric IPv4 address"},
-      {{"run"}, "missing PROGRAM"},
-      {{"run", "--timeout"}, "option '--timeout' needs a value"},
-      {{"run", "--cwd", (directory / "missing").string(), "--", "true"}, "is not a directory"},
-      {{"memory", "--watch", "0"}, "at least 1 millisecond"},
+      {{"memory", "--watch", "0"}, "at least 1ms"},
       {{"memory", "extra"}, "unexpected argument 'extra'"},
-      {{"memory", "--count", "3"}, "needs '--watch MS'"},
+      {{"memory", "--count", "3"}, "needs '--watch TIME'"},
       {{"demo", "--size", "big"}, "option '--size' takes a whole number"},
   };
   for (const auto& [arguments, message] : cases) {
@@ -222,6 +217,18 @@ TEST(OrvanServeFetch, FetchedFileIsTheServedFileByteForByte)
   EXPECT_EQ(count(log, "Sent " + std::to_string(content.size()) + " bytes to client '127.0.0.1:"), 2u) << log;
 }
 
+TEST(OrvanServeFetch, ServeBindsToAHostName)
+{
+  TemporaryDirectory directory;
+  writeFile(directory / "data.bin", "by name");
+  Server server(directory / "data.bin", {"--bind", "localhost"});
+  ASSERT_NE(server.port, 0) << server.process->error();
+  const ToolResult fetched = runTool({"fetch", "data.bin@localhost:" + std::to_string(server.port), "-o", "-"});
+  EXPECT_EQ(fetched.code, 0) << fetched.error;
+  EXPECT_EQ(fetched.output, "by name");
+  EXPECT_EQ(server.stop(), 130);
+}
+
 TEST(OrvanServeFetch, SeveralClientsAtOnce)
 {
   TemporaryDirectory directory;
@@ -269,7 +276,7 @@ TEST(OrvanServeFetch, ChunkLinesGoToTheLogFile)
   ASSERT_NE(server.port, 0);
   const auto log = directory / "fetch.log";
   const ToolResult fetched = runTool({"fetch", server.target("data.bin"), "-o", (directory / "copy").string(), "--log",
-                                      log.string(), "--memory-period", "50"});
+                                      log.string(), "--memory-period", "50ms"});
   EXPECT_EQ(fetched.code, 0) << fetched.error;
   const std::string text = readFile(log);
   EXPECT_NE(text.find("[VERBOSE]"), std::string::npos);
@@ -326,7 +333,8 @@ TEST(OrvanFetch, RefusedTargetIsRetriedUntilTheTimeout)
   TemporaryDirectory directory;
   const std::string target = "nothing.bin@127.0.0.1:" + std::to_string(freePort()) + "&timeout=2";
   const auto started = steady_clock::now();
-  const ToolResult fetched = runTool({"fetch", target}, directory.path());
+  // -v: the library's own lines about the attempts are shown too.
+  const ToolResult fetched = runTool({"fetch", target, "-v"}, directory.path());
   const auto seconds = std::chrono::duration<double>(steady_clock::now() - started).count();
   EXPECT_EQ(fetched.code, 7);
   EXPECT_GE(seconds, 1.9);
@@ -475,8 +483,8 @@ TEST(OrvanFetch, MissingLocalFileFails)
   TemporaryDirectory directory;
   const ToolResult fetched = runTool({"fetch", (directory / "missing.bin").string(), "-o", "copy"}, directory.path());
   EXPECT_EQ(fetched.code, 1);
-  EXPECT_NE(fetched.error.find("Failed to open file '" + (directory / "missing.bin").string() + "'"), std::string::npos)
-      << fetched.error;
+  EXPECT_EQ(fetched.error,
+            "orvan fetch: cannot open '" + (directory / "missing.bin").string() + "': No such file or directory\n");
 }
 
 TEST(OrvanFetch, LocalFileIsCopied)
@@ -617,7 +625,7 @@ TEST(OrvanMemory, SampleLineAndTable)
 
 TEST(OrvanMemory, CtrlCEndsAWatchWith130)
 {
-  ToolProcess memory(toolPath(), {"memory", "--watch", "50"});
+  ToolProcess memory(toolPath(), {"memory", "--watch", "50ms"});
   ASSERT_TRUE(memory.waitForOutput("[MEMORY] Virtual: "));
   memory.signal(SIGINT);
   EXPECT_EQ(memory.wait(), 130);
@@ -625,7 +633,7 @@ TEST(OrvanMemory, CtrlCEndsAWatchWith130)
 
 TEST(OrvanMemory, WatchTakesTheAskedNumberOfSamples)
 {
-  const ToolResult result = runTool({"memory", "--watch", "20", "--count", "3"});
+  const ToolResult result = runTool({"memory", "--watch", "20ms", "--count", "3"});
   EXPECT_EQ(result.code, 0) << result.error;
   EXPECT_EQ(count(result.output, "[MEMORY] Virtual: "), 3u) << result.output;
 }

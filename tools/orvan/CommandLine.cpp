@@ -1,5 +1,6 @@
 #include "CommandLine.h"
 
+#include "Console.h"
 #include "ToolLogging.h"
 
 #include <CLI/CLI.hpp>
@@ -69,6 +70,86 @@ std::uint64_t parseNumber(const std::string& option, const std::string& text, st
   return value;
 }
 
+// Parses a duration for `option` as GNU timeout reads one: digits with an
+// optional decimal point, then an optional unit. Computed in whole numbers
+// and rounded up to the next millisecond, so that 0.1 is exactly 100 ms and
+// a positive duration never comes out as 0.
+std::chrono::milliseconds parseDuration(const std::string& option, const std::string& text,
+                                        std::chrono::milliseconds maximum, bool subSecond)
+{
+  const auto bad = [&] {
+    return UsageError("option '" + option + "' takes a duration such as " +
+                      (subSecond ? "30, 1.5s, 250ms, 2m, 1h or 1d" : "30, 90s, 1.5m, 2h or 1d") + ", not '" + text +
+                      "'");
+  };
+  const auto tooLarge = [&] {
+    return UsageError("option '" + option + "' takes a duration of at most " + formatDuration(maximum) + ", not '" +
+                      text + "'");
+  };
+  std::size_t end = 0;
+  bool digits = false;
+  bool point = false;
+  std::uint64_t whole = 0;
+  // The first nine decimals, as a number of 10^-9; `rest` tells whether a
+  // further decimal is not 0.
+  std::uint64_t fraction = 0;
+  std::uint64_t fractionScale = 1;
+  bool rest = false;
+  for (; end < text.size(); ++end) {
+    const char character = text[end];
+    if (character >= '0' && character <= '9') {
+      const auto digit = static_cast<std::uint64_t>(character - '0');
+      digits = true;
+      if (!point) {
+        if (whole > 1000000000000000ull) {
+          throw tooLarge();
+        }
+        whole = whole * 10 + digit;
+      } else if (fractionScale < 1000000000ull) {
+        fraction = fraction * 10 + digit;
+        fractionScale *= 10;
+      } else {
+        rest = rest || digit != 0;
+      }
+    } else if (character == '.' && !point) {
+      point = true;
+    } else {
+      break;
+    }
+  }
+  const std::string unit = text.substr(end);
+  std::uint64_t unitMs = 0;
+  if (unit.empty() || unit == "s") {
+    unitMs = 1000;
+  } else if (unit == "ms" && subSecond) {
+    unitMs = 1;
+  } else if (unit == "m") {
+    unitMs = 60000;
+  } else if (unit == "h") {
+    unitMs = 3600000;
+  } else if (unit == "d") {
+    unitMs = 86400000;
+  }
+  if (!digits || unitMs == 0) {
+    throw bad();
+  }
+  const auto limit = static_cast<std::uint64_t>(maximum.count());
+  if (whole > limit / unitMs) {
+    throw tooLarge();
+  }
+  // fraction * unitMs stays below 10^9 * 86,400,000, well within 64 bits.
+  const std::uint64_t scaled = fraction * unitMs;
+  const std::uint64_t fractionMs = scaled / fractionScale + (scaled % fractionScale != 0 || rest ? 1 : 0);
+  const std::uint64_t milliseconds = whole * unitMs + fractionMs;
+  if (milliseconds > limit) {
+    throw tooLarge();
+  }
+  if (!subSecond && milliseconds % 1000 != 0) {
+    throw UsageError("option '" + option + "' takes whole seconds, not '" + text + "'");
+  }
+  return std::chrono::milliseconds(static_cast<std::int64_t>(milliseconds));
+}
+
 } // namespace
 
 // CLI11's application, with the words it left over as it classified them:
@@ -107,6 +188,13 @@ void CommandLine::number(const std::string& names, std::uint64_t maximum, std::f
   option(names, [name = names.substr(0, names.find(',')), maximum, store = std::move(store)](const std::string& text) {
     store(parseNumber(name, text, maximum));
   });
+}
+
+void CommandLine::duration(const std::string& names, std::chrono::milliseconds maximum, bool subSecond,
+                           std::function<void(std::chrono::milliseconds)> store)
+{
+  option(names, [name = names.substr(0, names.find(',')), maximum, subSecond, store = std::move(store)](
+                    const std::string& text) { store(parseDuration(name, text, maximum, subSecond)); });
 }
 
 void CommandLine::flag(const std::string& names, std::function<void()> given)

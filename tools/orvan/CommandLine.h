@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -35,6 +36,14 @@ public:
   // An option with a whole number from 0 to `maximum`; anything else gets a
   // sentence that names the option by its first name.
   void number(const std::string& names, std::uint64_t maximum, std::function<void(std::uint64_t)> store);
+
+  // An option with a duration, as GNU timeout reads them: a decimal number
+  // with an optional unit, s (the default), m, h or d, and ms when
+  // `subSecond` (0.5, 1.5s, 250ms, 2m, 1d). From 0 to `maximum`; without
+  // `subSecond` a whole number of seconds. Anything else gets a sentence that
+  // names the option by its first name and the forms it takes.
+  void duration(const std::string& names, std::chrono::milliseconds maximum, bool subSecond,
+                std::function<void(std::chrono::milliseconds)> store);
 
   // An option without a value; `given` runs each time it is ("-vv": twice).
   void flag(const std::string& names, std::function<void()> given);

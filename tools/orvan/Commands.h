@@ -20,6 +20,9 @@ inline constexpr int EXIT_CANCELLED = 130;
 inline constexpr int EXIT_NOT_CONNECTED = 7;
 // As GNU timeout reports a time limit that ran out.
 inline constexpr int EXIT_TIMED_OUT = 124;
+// As GNU timeout, env and nice report their own failures, usage errors
+// included: `run` passes on its program's codes, so its own need one apart.
+inline constexpr int EXIT_RUN_FAILED = 125;
 
 // Each command reads the words after its name and returns the exit code; it
 // throws UsageError for a command line it cannot accept.

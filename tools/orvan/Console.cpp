@@ -5,6 +5,8 @@
 #include <cstdio>
 #include <iomanip>
 #include <sstream>
+#include <string>
+#include <utility>
 
 namespace Orvan::Tool {
 
@@ -130,6 +132,25 @@ std::string formatSeconds(double seconds)
     text << std::fixed << std::setprecision(2) << seconds << " s";
   }
   return text.str();
+}
+
+std::string formatDuration(std::chrono::milliseconds duration)
+{
+  const long long ms = duration.count();
+  const std::pair<long long, const char*> units[] = {{86400000, " d"}, {3600000, " h"}, {60000, " min"}, {1000, " s"}};
+  for (const auto& [size, suffix] : units) {
+    if (ms != 0 && ms % size == 0) {
+      return std::to_string(ms / size) + suffix;
+    }
+  }
+  if (ms < 1000) {
+    return std::to_string(ms) + " ms";
+  }
+  std::string text = std::to_string(ms / 1000) + "." + std::to_string(1000 + ms % 1000).substr(1);
+  while (text.back() == '0') {
+    text.pop_back();
+  }
+  return text + " s";
 }
 
 } // namespace Orvan::Tool

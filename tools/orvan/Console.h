@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 #include <mutex>
 #include <string>
@@ -46,5 +47,9 @@ std::string formatBytes(unsigned long long bytes);
 
 // "1.25 s", "340 ms".
 std::string formatSeconds(double seconds);
+
+// A duration as the user would write it, in its largest whole unit where
+// there is one: "365 d", "2 h", "90 s", "1.5 s", "250 ms".
+std::string formatDuration(std::chrono::milliseconds duration);
 
 } // namespace Orvan::Tool

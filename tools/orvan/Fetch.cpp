@@ -160,6 +160,23 @@ std::string connectionFailure(const Core::FileInfo& finfo, const std::exception&
   return "cannot connect to " + where + name + text;
 }
 
+// The port of a remote descriptor's text when it is all digits and above
+// 65535, which the parser only calls a syntax error.
+std::optional<std::string> portAbove65535(const std::string& text)
+{
+  const auto at = text.rfind('@');
+  const auto colon = text.find(':', at == std::string::npos ? 0 : at);
+  if (at == std::string::npos || colon == std::string::npos) {
+    return std::nullopt;
+  }
+  const std::string port = text.substr(colon + 1, text.find('&', colon) - colon - 1);
+  if (port.empty() || port.size() > 18 || port.find_first_not_of("0123456789") != std::string::npos ||
+      std::stoull(port) <= 65535) {
+    return std::nullopt;
+  }
+  return port;
+}
+
 } // namespace
 
 FetchOutcome fetchFile(const Core::FileInfo& finfo, const std::filesystem::path& output,
@@ -226,6 +243,14 @@ FetchOutcome fetchFile(const Core::FileInfo& finfo, const std::filesystem::path&
     try {
       stream = finfo.makeStream(options);
     } catch (const std::exception& error) {
+      const auto* failure = dynamic_cast<const std::system_error*>(&error);
+      if (!finfo.isRemote() && failure != nullptr) {
+        // The library's own text has an empty part ("...': : No such file
+        // or directory"): the tool says it in a sentence of its own.
+        outcome.status = FetchOutcome::Status::Failed;
+        outcome.error = "cannot open '" + target + "': " + failure->code().message();
+        return outcome;
+      }
       if (!finfo.isRemote() || token.isCancelRequested() || transfer.isCancelRequested()) {
         throw;
       }
@@ -274,12 +299,18 @@ FetchOutcome fetchFile(const Core::FileInfo& finfo, const std::filesystem::path&
     outcome.status = error.code() == std::errc::timed_out || outOfTime ? FetchOutcome::Status::TimedOut
                      : token.isCancelRequested()                       ? FetchOutcome::Status::Cancelled
                                                                        : FetchOutcome::Status::Failed;
-    outcome.error = error.what();
+    outcome.error = "reading '" + target + "' failed: " + error.code().message();
   } catch (const std::exception& error) {
     outcome.status = outOfTime                   ? FetchOutcome::Status::TimedOut
                      : token.isCancelRequested() ? FetchOutcome::Status::Cancelled
                                                  : FetchOutcome::Status::Failed;
     outcome.error = error.what();
+  }
+  // Which limit ran out, in the words of its option.
+  if (outcome.status == FetchOutcome::Status::TimedOut && outOfTime && limits.maxTime) {
+    outcome.error = "the whole fetch took over " + formatDuration(*limits.maxTime) + " (--max-time)";
+  } else if (outcome.status == FetchOutcome::Status::TimedOut && limits.idleTimeout) {
+    outcome.error = "no data came for " + formatDuration(*limits.idleTimeout) + " (--idle-timeout)";
   }
   outcome.bytes = state.bytes.load();
   outcome.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - state.start).count();
@@ -303,20 +334,27 @@ const char* const FETCH_HELP =
     "  -o, --output PATH     where to write (default: TARGET's file name in the current\n"
     "                        directory); '-' writes to standard output\n"
     "  -f, --force           replace PATH when it exists\n"
-    "  --timeout S           retry connecting for S seconds (replaces the descriptor's timeout)\n"
-    "  --idle-timeout S      fail when no byte has come for S seconds (exit code 124)\n"
-    "  --max-time S          fail when the whole fetch takes over S seconds (exit code 124)\n"
+    "  --timeout TIME        retry connecting for TIME, in whole seconds (replaces the\n"
+    "                        descriptor's timeout)\n"
+    "  --idle-timeout TIME   fail when no byte has come for TIME (exit code 124)\n"
+    "  --max-time TIME       fail when the whole fetch takes over TIME (exit code 124)\n"
     "{log-options}"
     "  -h, --help            show this help\n"
     "\n"
+    "TIME is a number of seconds, or a number with a unit: 0.5, 1.5s, 250ms, 2m,\n"
+    "1h, 1d (--timeout: whole seconds, so no ms).\n"
+    "\n"
     "Ctrl-C stops the transfer within a second, and no partial file is left behind.\n"
+    "On a terminal, a transfer that gets no data for a second says so and counts\n"
+    "the seconds: \"waiting for data (5 s)\".\n"
     "\n"
     "Exit codes: 0 done; 1 the transfer or the output failed; 2 usage error;\n"
     "7 the server could not be resolved or connected to; 124 --idle-timeout or\n"
     "--max-time ran out; 130 Ctrl-C; 143 SIGTERM.\n"
     "\n"
-    "The library's per-chunk \"Read\" lines and socket messages go to the log: see\n"
-    "them with -vv or --log FILE.\n"
+    "A failure is told in one sentence. The library's own lines about it (socket\n"
+    "errors, connection attempts) go to the log: see them with -v, its per-chunk\n"
+    "\"Read\" lines with -vv, or every line in --log FILE.\n"
     "\n"
     "Example:\n"
     "  orvan fetch 'data.bin@127.0.0.1:4000&timeout=30' -o copy.bin\n";
@@ -327,7 +365,7 @@ int fetchCommand(const std::vector<std::string>& words)
 {
   std::string targetText;
   std::optional<std::string> outputText;
-  std::optional<std::uint64_t> timeout;
+  std::optional<std::chrono::milliseconds> timeout;
   FetchLimits limits;
   bool force = false;
   LogOptions logOptions;
@@ -335,10 +373,12 @@ int fetchCommand(const std::vector<std::string>& words)
   line.operand("TARGET", [&](const std::string& text) { targetText = text; });
   line.option("-o,--output", [&](const std::string& text) { outputText = text; });
   line.flag("-f,--force", [&] { force = true; });
-  line.number("--timeout", 2147483647, [&](std::uint64_t seconds) { timeout = seconds; });
-  line.number("--idle-timeout", 31536000,
-              [&](std::uint64_t seconds) { limits.idleTimeout = std::chrono::seconds(seconds); });
-  line.number("--max-time", 31536000, [&](std::uint64_t seconds) { limits.maxTime = std::chrono::seconds(seconds); });
+  line.duration("--timeout", std::chrono::seconds(2147483647), false,
+                [&](std::chrono::milliseconds value) { timeout = value; });
+  line.duration("--idle-timeout", std::chrono::hours(24 * 365), true,
+                [&](std::chrono::milliseconds value) { limits.idleTimeout = value; });
+  line.duration("--max-time", std::chrono::hours(24 * 365), true,
+                [&](std::chrono::milliseconds value) { limits.maxTime = value; });
   addLogOptions(line, logOptions);
   if (!line.parse(words)) {
     return EXIT_OK;
@@ -353,10 +393,13 @@ int fetchCommand(const std::vector<std::string>& words)
   } catch (const std::out_of_range&) {
     throw UsageError("bad TARGET '" + targetText + "': the port or the timeout is too large");
   } catch (const std::exception& error) {
+    if (const auto port = portAbove65535(targetText)) {
+      throw UsageError("bad TARGET '" + targetText + "': port " + *port + " is above 65535");
+    }
     throw UsageError(std::string("bad TARGET: ") + error.what());
   }
   if (timeout) {
-    finfo->timeout = Core::FileInfo::Seconds(static_cast<std::int64_t>(*timeout));
+    finfo->timeout = std::chrono::duration_cast<Core::FileInfo::Seconds>(*timeout);
   }
 
   std::filesystem::path output;

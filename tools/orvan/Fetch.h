@@ -29,9 +29,9 @@ struct FetchOutcome {
 // a silent server.
 struct FetchLimits {
   // No byte for this long: the fetch fails as timed out.
-  std::optional<std::chrono::seconds> idleTimeout;
+  std::optional<std::chrono::milliseconds> idleTimeout;
   // The whole fetch, connection included, may take this long.
-  std::optional<std::chrono::seconds> maxTime;
+  std::optional<std::chrono::milliseconds> maxTime;
 };
 FetchOutcome fetchFile(const Core::FileInfo& finfo, const std::filesystem::path& output,
                        const Core::Process::CancelationToken& token, const FetchLimits& limits = {});

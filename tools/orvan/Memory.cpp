@@ -40,9 +40,12 @@ const char* const MEMORY_HELP =
     "with this process's resident set.\n"
     "\n"
     "Options:\n"
-    "  --watch MS            take a sample every MS milliseconds until Ctrl-C\n"
+    "  --watch TIME          take a sample every TIME until Ctrl-C\n"
     "  --count N             stop after N samples (default: 1, or no limit with --watch)\n"
-    "  -h, --help            show this help\n";
+    "  -h, --help            show this help\n"
+    "\n"
+    "TIME is a number of seconds, or a number with a unit: 0.5, 1.5s, 250ms, 2m,\n"
+    "1h, 1d.\n";
 
 std::string table(const Logging::MemoryUsageCapture& usage)
 {
@@ -64,14 +67,14 @@ std::string table(const Logging::MemoryUsageCapture& usage)
 
 int memoryCommand(const std::vector<std::string>& words)
 {
-  std::optional<std::uint64_t> watch;
+  std::optional<std::chrono::milliseconds> watch;
   std::optional<std::uint64_t> count;
   CommandLine line(MEMORY_HELP);
-  line.number("--watch", 86400000, [&](std::uint64_t milliseconds) {
-    if (milliseconds == 0) {
-      throw UsageError("option '--watch' needs at least 1 millisecond");
+  line.duration("--watch", std::chrono::hours(24), true, [&](std::chrono::milliseconds period) {
+    if (period.count() == 0) {
+      throw UsageError("option '--watch' needs at least 1ms");
     }
-    watch = milliseconds;
+    watch = period;
   });
   line.number("--count", 1000000000, [&](std::uint64_t samples) {
     if (samples == 0) {
@@ -83,7 +86,7 @@ int memoryCommand(const std::vector<std::string>& words)
     return EXIT_OK;
   }
   if (count && *count > 1 && !watch) {
-    throw UsageError("option '--count' above 1 needs '--watch MS'");
+    throw UsageError("option '--count' above 1 needs '--watch TIME'");
   }
   const std::uint64_t wanted = count ? *count : (watch ? 0 : 1);
 
@@ -92,7 +95,7 @@ int memoryCommand(const std::vector<std::string>& words)
   // the same function.
   for (std::uint64_t printed = 0; wanted == 0 || printed < wanted; ++printed) {
     if (printed > 0) {
-      if (!pauseUnlessCancelled(std::chrono::milliseconds(*watch), ctrlC.token)) {
+      if (!pauseUnlessCancelled(*watch, ctrlC.token)) {
         break;
       }
       Console::instance().result("");

@@ -52,6 +52,17 @@ private:
 // path once the file is done with.
 void setFileToRemoveOnExit(const std::filesystem::path& path);
 
+// While on, a second interrupt first kills (SIGKILL) the process group of
+// every child of the tool, so that nothing it started keeps running out of
+// the terminal's reach. Windows needs nothing: a child's job object ends with
+// the tool.
+void killChildGroupsOnSecondInterrupt(bool on);
+
+// The numeric IPv4 address of `name` ("localhost": "127.0.0.1"; a numeric
+// address stands for itself). Throws std::runtime_error with the resolver's
+// text when there is none.
+std::string resolveIPv4(const std::string& name);
+
 // Joins words into one command line that the process runner splits back into
 // exactly these words: shell quoting on POSIX, the C runtime's argument rules
 // on Windows.

@@ -39,11 +39,53 @@ ProgressDisplay::ProgressDisplay(const std::shared_ptr<Core::Process::Progressio
     , lastTime(state.start)
 {
   startObserving();
+  if (terminal) {
+    stallWatcher = std::thread([this] { watchForStalls(); });
+  }
 }
 
 ProgressDisplay::~ProgressDisplay()
 {
+  stopWatching();
   stopObserving();
+}
+
+void ProgressDisplay::stopWatching()
+{
+  {
+    const std::lock_guard<std::mutex> lock(stallMutex);
+    stopping = true;
+  }
+  stallWake.notify_all();
+  if (stallWatcher.joinable()) {
+    stallWatcher.join();
+  }
+}
+
+// Four times a second: when no byte has come for a second or more, the bar
+// says for how long.
+void ProgressDisplay::watchForStalls()
+{
+  std::uint64_t seenBytes = state.bytes.load();
+  auto lastData = state.start;
+  std::unique_lock<std::mutex> lock(stallMutex);
+  while (!stallWake.wait_for(lock, std::chrono::milliseconds(250), [this] { return stopping; })) {
+    const auto now = std::chrono::steady_clock::now();
+    const std::uint64_t bytes = state.bytes.load();
+    if (bytes != seenBytes) {
+      seenBytes = bytes;
+      lastData = now;
+      continue;
+    }
+    const auto waiting =
+        static_cast<unsigned>(std::chrono::duration_cast<std::chrono::seconds>(now - lastData).count());
+    if (waiting == 0) {
+      continue;
+    }
+    const std::lock_guard<std::mutex> draw(drawing);
+    Console::instance().drawBar(
+        renderBar(state.name, bytes, state.size, lastFraction, false, 0.0, tick, Console::instance().width(), waiting));
+  }
 }
 
 double ProgressDisplay::updateRate()
@@ -63,6 +105,8 @@ double ProgressDisplay::updateRate()
 
 void ProgressDisplay::onProgressionUpdated(double fraction)
 {
+  const std::lock_guard<std::mutex> lock(drawing);
+  lastFraction = fraction;
   const double currentRate = updateRate();
   const std::uint64_t bytes = state.bytes.load();
   if (terminal) {
@@ -81,6 +125,7 @@ void ProgressDisplay::onProgressionUpdated(double fraction)
 
 void ProgressDisplay::finish(double fraction, bool completed)
 {
+  stopWatching();
   stopObserving();
   if (!terminal) {
     return;
@@ -94,7 +139,8 @@ void ProgressDisplay::finish(double fraction, bool completed)
 }
 
 std::string ProgressDisplay::renderBar(const std::string& name, std::uint64_t bytes, std::optional<std::uint64_t> size,
-                                       double fraction, bool completed, double rate, unsigned tick, int width)
+                                       double fraction, bool completed, double rate, unsigned tick, int width,
+                                       unsigned waiting)
 {
   // Without a known size the fraction means nothing until the end: the bar
   // then shows activity instead of a filling.
@@ -107,7 +153,8 @@ std::string ProgressDisplay::renderBar(const std::string& name, std::uint64_t by
   if (size) {
     counts += " / " + formatBytes(*size);
   }
-  std::string stats = counts + "  " + rateText(rate);
+  std::string stats =
+      counts + "  " + (waiting > 0 ? "waiting for data (" + std::to_string(waiting) + " s)" : rateText(rate));
   const std::string share = known ? percent(fraction) : std::string(4, ' ');
 
   // One column is left free so that the cursor never wraps. A narrow

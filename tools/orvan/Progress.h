@@ -5,10 +5,13 @@
 
 #include <atomic>
 #include <chrono>
+#include <condition_variable>
 #include <cstdint>
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <string>
+#include <thread>
 
 namespace Orvan::Tool {
 
@@ -23,7 +26,9 @@ struct TransferState {
 
 // Shows a transfer's progress on standard error: a bar redrawn ten times a
 // second on a terminal, or a plain line every few seconds otherwise. Readings
-// come from the library's observer thread.
+// come from the library's observer thread. The observer only delivers when
+// bytes come: on a terminal a thread of the display's own notices a stall and
+// says "waiting for data (N s)" in the bar, counting the seconds.
 class ProgressDisplay : public Core::Process::Progression::ProgressionObserver {
 public:
   ProgressDisplay(const std::shared_ptr<Core::Process::Progression::ProgressionObservable>& observable,
@@ -36,12 +41,16 @@ public:
   // on screen.
   void finish(double fraction, bool completed);
 
-  // The whole bar line for a terminal `width` columns wide.
+  // The whole bar line for a terminal `width` columns wide; `waiting`: the
+  // whole seconds since data last came, shown in place of the rate from 1 on.
   static std::string renderBar(const std::string& name, std::uint64_t bytes, std::optional<std::uint64_t> size,
-                               double fraction, bool completed, double rate, unsigned tick, int width);
+                               double fraction, bool completed, double rate, unsigned tick, int width,
+                               unsigned waiting = 0);
 
 private:
   double updateRate();
+  void watchForStalls();
+  void stopWatching();
 
   const TransferState& state;
   bool terminal;
@@ -49,6 +58,14 @@ private:
   std::uint64_t lastBytes = 0;
   std::chrono::steady_clock::time_point lastTime;
   double rate = 0.0;
+
+  // Drawing happens on the observer's thread and on the stall watcher's.
+  std::mutex drawing;
+  double lastFraction = 0.0;
+  std::mutex stallMutex;
+  std::condition_variable stallWake;
+  bool stopping = false;
+  std::thread stallWatcher;
 };
 
 } // namespace Orvan::Tool

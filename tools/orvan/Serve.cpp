@@ -6,7 +6,9 @@
 #include <Core/Logging/LoggingCallback.h>
 #include <Utils/FileHelper.h>
 
+#include <cerrno>
 #include <chrono>
+#include <cstring>
 #include <fstream>
 #include <optional>
 #include <thread>
@@ -27,13 +29,16 @@ const char* const SERVE_HELP =
     "\n"
     "Options:\n"
     "  --port N              TCP port (default 0: a free port chosen by the system)\n"
-    "  --bind ADDR           IPv4 address to listen on (default 127.0.0.1)\n"
+    "  --bind ADDR           IPv4 address or host name to listen on (default 127.0.0.1)\n"
     "  --max-clients N       clients served at once (default 64); more wait their turn\n"
     "{log-options}"
     "  -h, --help            show this help\n"
     "\n"
     "Connections are logged (shown unless -q). Ctrl-C stops the server (exit code\n"
     "130; 143 for SIGTERM).\n"
+    "\n"
+    "Exit codes: 130 Ctrl-C; 143 SIGTERM; 1 FILE cannot be read or the address\n"
+    "cannot be resolved or bound; 2 usage error.\n"
     "\n"
     "Example:\n"
     "  orvan serve data.bin --port 4000\n";
@@ -63,10 +68,24 @@ int serveCommand(const std::vector<std::string>& words)
   }
   const std::filesystem::path file = Utils::FileHelper::toPath(fileText);
   std::error_code error;
-  if (!std::filesystem::is_regular_file(file, error) || !std::ifstream(file, std::ios::binary)) {
-    throw UsageError("cannot read the file '" + fileText + "'");
+  const bool regular = std::filesystem::is_regular_file(file, error);
+  if (error || !regular) {
+    Console::instance().message("orvan serve: cannot serve '" + fileText +
+                                "': " + (error ? error.message() : std::string("not a regular file")));
+    return EXIT_FAILED;
+  }
+  if (!std::ifstream(file, std::ios::binary)) {
+    Console::instance().message("orvan serve: cannot read '" + fileText + "': " + std::strerror(errno));
+    return EXIT_FAILED;
   }
   const auto size = std::filesystem::file_size(file, error);
+  // The server takes a numeric address: a name is resolved here.
+  try {
+    address = Platform::resolveIPv4(address);
+  } catch (const std::exception& failure) {
+    Console::instance().message("orvan serve: cannot resolve '" + address + "': " + failure.what());
+    return EXIT_FAILED;
+  }
 
   CtrlC ctrlC;
   LogSession session(logOptions, Verbosity::Chatty);
@@ -93,7 +112,8 @@ int serveCommand(const std::vector<std::string>& words)
     std::this_thread::sleep_for(std::chrono::milliseconds(50));
   }
   server->stop();
-  Logging::logInfo("Stopped after serving " + std::to_string(server->clientsServed()) + " clients");
+  const std::uint64_t served = server->clientsServed();
+  Logging::logInfo("Stopped after serving " + std::to_string(served) + (served == 1 ? " client" : " clients"));
   return CtrlC::exitCode();
 }
 

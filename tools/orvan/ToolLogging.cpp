@@ -5,8 +5,11 @@
 
 #include <Core/Logging/LoggingCallback.h>
 
+#include <cerrno>
+#include <cstring>
 #include <fstream>
 #include <iostream>
+#include <stdexcept>
 
 namespace Orvan::Tool {
 
@@ -31,6 +34,10 @@ void ToolLogger::toConsole(const char* tag, const std::string& message)
 namespace {
 
 // Each level's console tag and the verbosity from which the console shows it.
+// The tool says what went wrong in a sentence of its own: the library's lines
+// about the same failure ("Failed to connected to ...") would only repeat it,
+// so they go to the log file, and to the console from -v on (serve shows its
+// connections by default).
 struct LevelOnConsole {
   Logging::LoggingType type;
   const char* tag;
@@ -38,8 +45,8 @@ struct LevelOnConsole {
 };
 
 constexpr LevelOnConsole LEVELS[] = {
-    {Logging::LoggingType::Error, "[ERROR  ] ", Verbosity::Quiet},
-    {Logging::LoggingType::Warning, "[WARNING] ", Verbosity::Normal},
+    {Logging::LoggingType::Error, "[ERROR  ] ", Verbosity::Chatty},
+    {Logging::LoggingType::Warning, "[WARNING] ", Verbosity::Chatty},
     {Logging::LoggingType::Info, "[INFO   ] ", Verbosity::Chatty},
     {Logging::LoggingType::Debug, "[DEBUG  ] ", Verbosity::Everything},
     {Logging::LoggingType::Verbose, "[VERBOSE] ", Verbosity::Everything},
@@ -72,7 +79,7 @@ LogSession::LogSession(const LogOptions& options, Verbosity defaultVerbosity)
     // The file logger would only say so on standard error and carry on; a
     // log that the user asked for and cannot get is an error of the command.
     if (!std::ofstream(*options.file, std::ios::app)) {
-      throw UsageError("cannot write the log file '" + *options.file + "'");
+      throw std::runtime_error("cannot write the log file '" + *options.file + "': " + std::strerror(errno));
     }
     file = std::make_shared<Logging::FileLogger>(*options.file);
     if (options.memoryPeriod) {
@@ -96,9 +103,10 @@ namespace Orvan::Tool {
 
 const char* const LOG_OPTIONS_HELP =
     "  --log FILE            write the whole log, every level, to FILE\n"
-    "  --memory-period MS    with --log: add a memory sample line to the log every MS milliseconds\n"
-    "  -q, --quiet           show errors only\n"
-    "  -v, --verbose         show informational log lines too; twice (-vv) shows every line\n";
+    "  --memory-period TIME  with --log: add a memory sample line to the log every TIME\n"
+    "  -q, --quiet           show only the tool's own errors\n"
+    "  -v, --verbose         show the library's log lines (errors, warnings, information)\n"
+    "                        on standard error too; twice (-vv) shows every line\n";
 
 void addLogOptions(CommandLine& line, LogOptions& options)
 {
@@ -108,8 +116,8 @@ void addLogOptions(CommandLine& line, LogOptions& options)
     }
     options.file = file;
   });
-  line.number("--memory-period", 86400000,
-              [&options](std::uint64_t period) { options.memoryPeriod = std::chrono::milliseconds(period); });
+  line.duration("--memory-period", std::chrono::hours(24), true,
+                [&options](std::chrono::milliseconds period) { options.memoryPeriod = period; });
   line.flag("-q,--quiet", [&options] { options.verbosity = Verbosity::Quiet; });
   line.flag("-v,--verbose", [&options] {
     options.verbosity = options.verbosity == Verbosity::Chatty || options.verbosity == Verbosity::Everything

@@ -46,8 +46,10 @@ const char* const MAIN_HELP =
     "  demo            show every part at work, needing nothing but this program\n"
     "\n"
     "'orvan help COMMAND' or 'orvan COMMAND --help' tells more about each, with\n"
-    "its exit codes. Exit codes: 0 success, 1 failure, 2 bad arguments, 130\n"
-    "cancelled by Ctrl-C.\n"
+    "its exit codes. Exit codes: 0 success, 1 failure, 2 bad arguments (run: 125\n"
+    "for its own failures, usage errors included), 130 cancelled by Ctrl-C, 143 by\n"
+    "SIGTERM. Durations (TIME) are seconds, or a number with a unit: 0.5, 1.5s,\n"
+    "250ms, 2m, 1h, 1d.\n"
     "\n"
     "Options:\n"
     "  -h, --help      show this help\n"
@@ -56,19 +58,23 @@ const char* const MAIN_HELP =
 struct Command {
   const char* name;
   int (*run)(const std::vector<std::string>&);
+  // The exit code of a usage error and of any other failure of the command
+  // itself.
+  int usageCode = EXIT_USAGE;
+  int failureCode = EXIT_FAILED;
 };
 
 const Command COMMANDS[] = {
-    {"fetch", fetchCommand},   {"serve", serveCommand}, {"run", runCommand},
+    {"fetch", fetchCommand},   {"serve", serveCommand}, {"run", runCommand, EXIT_RUN_FAILED, EXIT_RUN_FAILED},
     {"memory", memoryCommand}, {"demo", demoCommand},
 };
 
-int usageError(const std::string& command, const std::string& message)
+int usageError(const std::string& command, const std::string& message, int code = EXIT_USAGE)
 {
   const std::string name = command.empty() ? "orvan" : "orvan " + command;
   Console::instance().message(name + ": " + message);
   Console::instance().message("Try '" + name + " --help'.");
-  return EXIT_USAGE;
+  return code;
 }
 
 int main(const std::vector<std::string>& words)
@@ -111,7 +117,10 @@ int main(const std::vector<std::string>& words)
       try {
         return known.run(std::vector<std::string>(command.begin() + 1, command.end()));
       } catch (const UsageError& error) {
-        return usageError(known.name, error.what());
+        return usageError(known.name, error.what(), known.usageCode);
+      } catch (const std::exception& error) {
+        Console::instance().message(std::string("orvan ") + known.name + ": " + error.what());
+        return known.failureCode;
       }
     }
   }

@@ -9,11 +9,11 @@ namespace Orvan::Utils {
 // A start instant and an optional delay after which the timer has expired.
 template<class Clock>
 struct Timer {
-  explicit Timer(std::optional<typename Clock::duration> delay = std::nullopt)
+  explicit Timer(std::optional<typename Clock::duration> expiresAfter = std::nullopt)
       : start(Clock::now())
-      , delay(delay)
+      , delay(expiresAfter)
   {
-    CORE_ASSERT(!delay || delay->count() >= 0);
+    CORE_ASSERT(!expiresAfter || expiresAfter->count() >= 0);
   }
 
   // True once at least `duration` has passed since the start.

@@ -9,8 +9,8 @@
 
 namespace Orvan::Core::Process {
 
-TimeoutRetry::TimeoutRetry(CancelationToken* const token)
-    : token(token)
+TimeoutRetry::TimeoutRetry(CancelationToken* const cancelation)
+    : token(cancelation)
 {
 }
 
