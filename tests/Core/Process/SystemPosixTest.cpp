@@ -6,6 +6,7 @@
 #include <Core/Process/CancelationToken.h>
 #include <Core/Process/System.h>
 #include <TemporaryDirectory.h>
+#include <Unprivileged.h>
 
 #include <ChildProcesses_posix.h>
 #include <WaitFor.h>
@@ -145,18 +146,18 @@ TEST_F(SystemRunPosix, LoggedProcessIdIsTheChilds)
 
 TEST_F(SystemRunPosix, WorkingDirectoryThatCannotBeEnteredFailsLikeAFailedStart)
 {
-  if (::geteuid() == 0) {
-    GTEST_SKIP() << "every directory can be entered with super-user rights";
-  }
-  const TemporaryDirectory directory;
-  const std::filesystem::path locked = directory / "locked";
-  std::filesystem::create_directory(locked);
-  std::filesystem::permissions(locked, std::filesystem::perms::none);
-  EXPECT_EQ(System::run("true", locked.string(), nullptr), 0ULL);
-  std::filesystem::permissions(locked, std::filesystem::perms::owner_all);
-  const Lines lines = log->lines();
-  ASSERT_EQ(lines.size(), 5U);
-  EXPECT_EQ(lines[1], failedStartLine(EACCES));
+  // Super-user rights enter every directory.
+  Orvan::Testing::asUnprivilegedUser([this] {
+    const TemporaryDirectory directory;
+    const std::filesystem::path locked = directory / "locked";
+    std::filesystem::create_directory(locked);
+    std::filesystem::permissions(locked, std::filesystem::perms::none);
+    EXPECT_EQ(System::run("true", locked.string(), nullptr), 0ULL);
+    std::filesystem::permissions(locked, std::filesystem::perms::owner_all);
+    const Lines lines = log->lines();
+    ASSERT_EQ(lines.size(), 5U);
+    EXPECT_EQ(lines[1], failedStartLine(EACCES));
+  });
 }
 
 TEST_F(SystemRunPosix, ProgramEndedBySignalReports128PlusTheSignal)
