@@ -345,7 +345,12 @@ TEST_F(SocketLoad, SilentServerKeepsTheReaderInReceiveUntilItGoesAway)
   // As long as the server neither sends nor closes, the read goes on.
   EXPECT_EQ(outcome.wait_for(0s), std::future_status::timeout);
 
-  // The server closes its side of the connection and stops listening.
+  // The server closes its side of the connection and stops listening. The
+  // reader is in receive as soon as the connection is made, which can be
+  // before the server has taken it from its queue; a connection still
+  // queued when the listener closes is reset, so the close waits for it to
+  // be accepted.
+  EXPECT_TRUE(waitFor([&] { return server->accepted() == 1; }));
   gate.open();
   server.reset();
   const bool ended = outcome.wait_for(30s) == std::future_status::ready;

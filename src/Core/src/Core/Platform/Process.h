@@ -45,8 +45,8 @@ bool startProcess(const std::string& command, const std::string& workingDirector
 SystemCode waitForProcess(const ProcessHandle& process, std::chrono::milliseconds timeout);
 
 // Ends the process at once; `exitCode` is what it reports where the system
-// lets the killer choose. On POSIX, returns once the process has ended (not
-// yet reaped). Returns false (last system error set) on failure.
+// lets the killer choose. Does not wait for the process to end. Returns false
+// (last system error set) on failure.
 bool terminateProcess(const ProcessHandle& process, SystemCode exitCode);
 
 // Reads the exit code without waiting: EXIT_CODE_STILL_ACTIVE while the

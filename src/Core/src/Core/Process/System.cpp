@@ -167,7 +167,8 @@ std::optional<unsigned long long> run(const std::string& command, const std::str
   } else {
     const SystemCode error = Platform::lastSystemError();
     logMessage(LoggingType::Info, "GetExitCodeProcess : failed to get exit code : error code : ", error);
-    logMessage(LoggingType::Info, "GetExitCodeProcess : ", Platform::explainSystemError(error));
+    // Why, in words, for whoever reads the debug lines.
+    logMessage(LoggingType::Debug, "GetExitCodeProcess : ", Platform::explainSystemError(error));
     result = 1;
   }
   closer.close();
