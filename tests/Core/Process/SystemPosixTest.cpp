@@ -19,6 +19,7 @@
 #include <chrono>
 #include <csignal>
 #include <cstddef>
+#include <cstdlib>
 #include <filesystem>
 #include <future>
 #include <memory>
@@ -449,7 +450,9 @@ TEST_F(SystemRunPosix, WorksWhereTheSystemRefusesProcessDescriptors)
   const pid_t child = ::fork();
   ASSERT_GE(child, 0);
   if (child == 0) {
-    ::_exit(runWithoutProcessDescriptors());
+    // A normal exit, so that the copy's library joins the reaper thread
+    // that its own cancelled run started.
+    std::exit(runWithoutProcessDescriptors());
   }
   int status = 0;
   ASSERT_EQ(::waitpid(child, &status, 0), child);

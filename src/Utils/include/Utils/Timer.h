@@ -13,7 +13,8 @@ struct Timer {
       : start(Clock::now())
       , delay(expiresAfter)
   {
-    CORE_ASSERT(!expiresAfter || expiresAfter->count() >= 0);
+    // Checks the member, already set, so that a report names it `delay`.
+    CORE_ASSERT(!delay || delay->count() >= 0);
   }
 
   // True once at least `duration` has passed since the start.
