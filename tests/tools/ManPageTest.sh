@@ -63,15 +63,22 @@ page_commands=$(plain_page | sed -n -E 's/^\.SS "?orvan ([a-z]+).*/\1/p' | sort 
 compare "commands" "$commands" "$page_commands"
 compare "orvan --help" "$(help_options <<<"$main_help")" "$(page_options '^\.SH OPTIONS' '^\.S[HS] ')"
 
-exit_codes=$(sed -n '/Exit codes:/,/^$/p' <<<"$main_help")
+# The sentence of a help that names its exit codes, from "Exit codes:" (or
+# "Exit codes, as ...:") to the full stop that ends it: a decimal point, as in
+# the durations ("0.5") that may follow in the same paragraph, ends nothing.
+exit_code_sentence() {
+  tr '\n' ' ' | grep -oE 'Exit codes[,:]([^.]|\.[^ ])*\.'
+}
+
+exit_codes=$(exit_code_sentence <<<"$main_help")
 for command in $commands; do
   help=$("$program" help "$command") || fail "orvan help $command failed"
   compare "orvan help $command" "$(help_options <<<"$help")" \
     "$(page_options "^\\.SS \"?orvan $command( |\")" '^\.S[HS] ')"
-  exit_codes+=$'\n'$(sed -n '/Exit codes:/,/^$/p' <<<"$help")
+  exit_codes+=$'\n'$(exit_code_sentence <<<"$help")
 done
 
-# Every number of a help's "Exit codes:" paragraph ("128 + N" gives 128).
+# Every number of those sentences ("128 + N" gives 128).
 codes=$(grep -oE '\b[0-9]+\b' <<<"$exit_codes" | sort -u)
 page_codes=$(plain_page | awk '/^\.SH "?EXIT STATUS/ { inside = 1; next }
                                inside && /^\.SH/ { exit }
