@@ -9,13 +9,21 @@ namespace Orvan::Utils {
 // A start instant and an optional delay after which the timer has expired.
 template<class Clock>
 struct Timer {
-  explicit Timer(std::optional<typename Clock::duration> expiresAfter = std::nullopt)
+  // The parameter is named as the member it sets, so that the assertion
+  // reads as the timer's own condition; -Wshadow would flag that name.
+#if defined(__GNUC__)
+#  pragma GCC diagnostic push
+#  pragma GCC diagnostic ignored "-Wshadow"
+#endif
+  explicit Timer(std::optional<typename Clock::duration> delay = std::nullopt)
       : start(Clock::now())
-      , delay(expiresAfter)
+      , delay(delay)
   {
-    // Checks the member, already set, so that a report names it `delay`.
     CORE_ASSERT(!delay || delay->count() >= 0);
   }
+#if defined(__GNUC__)
+#  pragma GCC diagnostic pop
+#endif
 
   // True once at least `duration` has passed since the start.
   bool hasElapsed(typename Clock::duration duration) const
