@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cstring>
 #include <fstream>
+#include <limits>
 #include <vector>
 
 // The reader splits the bytes into lines in one buffer and parses each line
@@ -95,24 +96,43 @@ void civilFromDays(std::int64_t days, LogDateTime& time)
   time.year = static_cast<int>(static_cast<std::int64_t>(yearOfEra) + era * 400 + (time.month <= 2 ? 1 : 0));
 }
 
-// The level word between the brackets of the prefix.
+// The level word between the brackets of the prefix, told apart by its
+// first letter.
 bool levelWord(std::string_view word, std::optional<LoggingType>& level)
 {
-  static constexpr std::pair<std::string_view, LoggingType> WORDS[] = {
-      {"INFO   ", LoggingType::Info},  {"WARNING", LoggingType::Warning}, {"ERROR  ", LoggingType::Error},
-      {"DEBUG  ", LoggingType::Debug}, {"VERBOSE", LoggingType::Verbose},
-  };
-  for (const auto& [text, type] : WORDS) {
-    if (word == text) {
-      level = type;
-      return true;
+  if (word.empty()) {
+    return false;
+  }
+  std::string_view expected;
+  switch (word[0]) {
+  case 'I':
+    expected = "INFO   ";
+    level = LoggingType::Info;
+    break;
+  case 'W':
+    expected = "WARNING";
+    level = LoggingType::Warning;
+    break;
+  case 'E':
+    expected = "ERROR  ";
+    level = LoggingType::Error;
+    break;
+  case 'D':
+    expected = "DEBUG  ";
+    level = LoggingType::Debug;
+    break;
+  case 'V':
+    if (word.size() == 8) {
+      level.reset();
+      return word == "VERSION ";
     }
+    expected = "VERBOSE";
+    level = LoggingType::Verbose;
+    break;
+  default:
+    return false;
   }
-  if (word == "VERSION ") {
-    level.reset();
-    return true;
-  }
-  return false;
+  return word == expected;
 }
 
 // An elapsed text at the end of `text` ("12.345 ms", "3.2 s"), preceded by a
@@ -267,6 +287,9 @@ struct LogTextReader::Impl {
   // The date of the lines, and the time of day of the last one.
   std::int64_t day = 0;
   std::int64_t lastTimeOfDay = -1;
+  // The calendar date of `datedDay`, worked out once per day.
+  std::int64_t datedDay = std::numeric_limits<std::int64_t>::min();
+  LogDateTime date;
   // Whether the last line was read in pieces, and whether the line being
   // read is the rest of such a line.
   bool lastWasPiece = false;
@@ -412,7 +435,13 @@ struct LogTextReader::Impl {
       ++day;
     }
     lastTimeOfDay = timeOfDayMs;
-    civilFromDays(day, time);
+    if (day != datedDay) {
+      civilFromDays(day, date);
+      datedDay = day;
+    }
+    time.year = date.year;
+    time.month = date.month;
+    time.day = date.day;
 
     record.time = time;
     record.level = level;
