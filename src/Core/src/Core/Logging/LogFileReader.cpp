@@ -24,9 +24,9 @@ namespace Orvan::Core::Logging {
 namespace {
 
 constexpr std::string_view HEAD = "[Y-m-d X]";
+constexpr const char* NOT_A_HEAD = "it does not start with the head line \"[Y-m-d X]\" and a date";
 constexpr std::string_view MEMORY_START = "[MEMORY] Virtual: ";
 constexpr std::size_t CHUNK = 1024 * 1024;
-constexpr std::int64_t DAY_MS = 24LL * 3600 * 1000;
 // A time of day earlier than the line before by more than this is on the
 // next day; a smaller step back is a clock set back (daylight saving's end,
 // a time server's correction) on the same day.
@@ -312,6 +312,9 @@ struct LogTextReader::Impl {
 
   void append(std::string_view bytes)
   {
+    if (bytes.empty()) {
+      return; // the buffer may not exist yet
+    }
     std::memcpy(reserve(bytes.size()), bytes.data(), bytes.size());
     end += bytes.size();
   }
@@ -365,7 +368,7 @@ struct LogTextReader::Impl {
   {
     const std::string_view start(buffer.data() + begin, std::min(end - begin, HEAD.size()));
     if (start != HEAD.substr(0, start.size())) {
-      refuse("it does not start with the head line \"[Y-m-d X]\" and a date");
+      refuse(NOT_A_HEAD);
     }
   }
 
@@ -374,10 +377,13 @@ struct LogTextReader::Impl {
     LogDateTime time;
     std::size_t at = HEAD.size();
     unsigned year = 0;
-    if (line.substr(0, HEAD.size()) != HEAD || !digits(line, at, 4, year) || !expect(line, at, '-') ||
-        !digits(line, at, 2, time.month) || !expect(line, at, '-') || !digits(line, at, 2, time.day) ||
-        !expect(line, at, ' ') || !timeOfDay(line, at, time) || at != line.size() || time.month < 1 ||
-        time.month > 12 || time.day < 1 || time.day > 31) {
+    if (line.substr(0, HEAD.size()) != HEAD) {
+      refuse(NOT_A_HEAD);
+    }
+    if (!digits(line, at, 4, year) || !expect(line, at, '-') || !digits(line, at, 2, time.month) ||
+        !expect(line, at, '-') || !digits(line, at, 2, time.day) || !expect(line, at, ' ') ||
+        !timeOfDay(line, at, time) || at != line.size() || time.month < 1 || time.month > 12 || time.day < 1 ||
+        time.day > 31) {
       refuse("its first line is not the head line \"[Y-m-d X]\" with a date and time");
     }
     time.year = static_cast<int>(year);
