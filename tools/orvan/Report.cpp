@@ -324,10 +324,16 @@ private:
           << "\" y=\"" << number(y) << "\" width=\"" << WIDTH << "\" height=\"" << number(height)
           << "\"/><text class=\"lane-name\" x=\"4\" y=\"" << number(y + 14) << "\">thread " << lane.thread
           << "</text>\n";
-      for (std::size_t row = 0; row < lane.rows.size(); ++row) {
-        const double top = y + 10 + static_cast<double>(row) * ROW;
-        for (std::size_t i = 0; i < lane.rows[row].size(); ++i) {
-          bar(svg, lane, row, i, top, summary);
+      // Narrow bars last, over their wide neighbours, so that they show.
+      for (const bool narrow : {false, true}) {
+        for (std::size_t row = 0; row < lane.rows.size(); ++row) {
+          const double top = y + 10 + static_cast<double>(row) * ROW;
+          for (std::size_t i = 0; i < lane.rows[row].size(); ++i) {
+            const Bar& one = lane.rows[row][i];
+            if ((one.x1 - one.x0 < MIN_BAR) == narrow) {
+              bar(svg, lane, row, i, top, summary);
+            }
+          }
         }
       }
       for (const auto& [x, pixel] : lane.marks) {
@@ -402,15 +408,15 @@ private:
     html << "</p>\n";
     std::ostringstream svg;
     chart(svg, "this process", {&series[0], &series[1]}, 0, 0, summary);
-    const std::string machine = "machine, of " + formatBytes(machineTotal);
-    chart(svg, machine.c_str(), {&series[2]}, 0, CHART + 24, summary);
+    chart(svg, "machine", {&series[2]}, 0, CHART + 24, summary, "of " + formatBytes(machineTotal));
     html << "<svg id=\"memory\" width=\"" << LEFT + WIDTH + 10 << "\" height=\"" << 2 * CHART + 52
          << "\" viewBox=\"0 0 " << LEFT + WIDTH + 10 << ' ' << 2 * CHART + 52 << "\">\n"
          << svg.str() << "</svg>\n";
   }
 
+  // `note`: a line under the top value.
   void chart(std::ostringstream& svg, const char* title, const std::vector<const Series*>& shown, double ceiling,
-             double top, const TimelineSummary& summary) const
+             double top, const TimelineSummary& summary, const std::string& note = {}) const
   {
     for (const Series* one : shown) {
       for (const double value : one->top) {
@@ -422,7 +428,8 @@ private:
     svg << "<rect class=\"lane-bg\" x=\"" << LEFT << "\" y=\"" << number(top + 14) << "\" width=\"" << WIDTH
         << "\" height=\"" << CHART << "\"/><text class=\"lane-name\" x=\"4\" y=\"" << number(top + 28) << "\">" << title
         << "</text><text class=\"tick\" x=\"4\" y=\"" << number(top + 42) << "\">"
-        << formatBytes(static_cast<unsigned long long>(ceiling)) << "</text>\n";
+        << formatBytes(static_cast<unsigned long long>(ceiling)) << "</text><text class=\"tick\" x=\"4\" y=\""
+        << number(top + 55) << "\">" << note << "</text>\n";
     axis(svg, summary, top + 14, bottom);
     for (const Series* one : shown) {
       svg << "<polyline class=\"memory\" data-series=\"" << one->name << "\" stroke=\"" << one->colour
