@@ -583,16 +583,26 @@ struct LogFileReader::Impl {
   LogTextReader text;
   std::ifstream file;
   bool finishRequested = false;
+  // Bytes read from the file, and whether the last read reached its end.
+  std::uint64_t offset = 0;
+  bool atEnd = false;
 
   // Reads what the file holds beyond what was read; false when nothing.
   bool readMore()
   {
     LogTextReader::Impl& parser = *text.impl;
     char* const room = parser.reserve(CHUNK);
-    file.clear(); // a file being written grows past the end seen last time
+    if (atEnd) {
+      // A file being written grows past the end seen last time: the stream
+      // forgets that end by seeking back to where it stopped.
+      file.clear();
+      file.seekg(static_cast<std::streamoff>(offset));
+    }
     file.read(room, static_cast<std::streamsize>(CHUNK));
     const auto count = static_cast<std::size_t>(file.gcount());
     parser.end += count;
+    offset += count;
+    atEnd = count < CHUNK;
     return count > 0;
   }
 };
