@@ -96,18 +96,22 @@ void civilFromDays(std::int64_t days, LogDateTime& time)
   time.year = static_cast<int>(static_cast<std::int64_t>(yearOfEra) + era * 400 + (time.month <= 2 ? 1 : 0));
 }
 
-// The level word between the brackets of the prefix, told apart by its
-// first letter.
-bool levelWord(std::string_view word, std::optional<LoggingType>& level)
+// The level words between the brackets of the prefix, told apart by their
+// first letter: the level, VERSION_WORD for the version line's, or
+// NO_WORD.
+constexpr int VERSION_WORD = 100;
+constexpr int NO_WORD = -1;
+
+int levelWord(std::string_view word)
 {
   if (word.empty()) {
-    return false;
+    return NO_WORD;
   }
   std::string_view expected;
+  LoggingType level = LoggingType::Info;
   switch (word[0]) {
   case 'I':
     expected = "INFO   ";
-    level = LoggingType::Info;
     break;
   case 'W':
     expected = "WARNING";
@@ -123,16 +127,15 @@ bool levelWord(std::string_view word, std::optional<LoggingType>& level)
     break;
   case 'V':
     if (word.size() == 8) {
-      level.reset();
-      return word == "VERSION ";
+      return word == "VERSION " ? VERSION_WORD : NO_WORD;
     }
     expected = "VERBOSE";
     level = LoggingType::Verbose;
     break;
   default:
-    return false;
+    return NO_WORD;
   }
-  return word == expected;
+  return word == expected ? static_cast<int>(level) : NO_WORD;
 }
 
 // An elapsed text at the end of `text` ("12.345 ms", "3.2 s"), preceded by a
@@ -406,18 +409,21 @@ struct LogTextReader::Impl {
   // Sets the record from a line with a prefix; false when it has none.
   bool prefixed(std::string_view line)
   {
-    LogDateTime time = record.time;
+    LogDateTime time;
     std::size_t at = 0;
     if (!timeOfDay(line, at, time) || !expect(line, at, '.') || !digits(line, at, 3, time.millisecond) ||
         !expect(line, at, ' ') || !expect(line, at, '[')) {
       return false;
     }
     const std::size_t close = line.find(']', at);
-    std::optional<LoggingType> level;
-    if (close == std::string_view::npos || close - at > 8 || !levelWord(line.substr(at, close - at), level)) {
+    if (close == std::string_view::npos || close - at > 8) {
       return false;
     }
-    const bool isVersion = close - at == 8;
+    const int level = levelWord(line.substr(at, close - at));
+    if (level == NO_WORD) {
+      return false;
+    }
+    const bool isVersion = level == VERSION_WORD;
     at = close + 1;
     if (!expect(line, at, ' ') || !expect(line, at, '[')) {
       return false;
@@ -445,12 +451,20 @@ struct LogTextReader::Impl {
       civilFromDays(day, date);
       datedDay = day;
     }
-    time.year = date.year;
-    time.month = date.month;
-    time.day = date.day;
-
-    record.time = time;
-    record.level = level;
+    // Field by field: a copy of the whole structure, built a field at a
+    // time just before, stalls the processor on every line.
+    record.time.year = date.year;
+    record.time.month = date.month;
+    record.time.day = date.day;
+    record.time.hour = time.hour;
+    record.time.minute = time.minute;
+    record.time.second = time.second;
+    record.time.millisecond = time.millisecond;
+    if (isVersion) {
+      record.level.reset();
+    } else {
+      record.level = static_cast<LoggingType>(level);
+    }
     record.thread = thread;
     record.message.assign(line.data() + at, line.size() - at);
     record.kind = isVersion ? LogRecord::Kind::Version : LogRecord::Kind::Message;
