@@ -149,6 +149,29 @@ TEST(OrvanReport, DrawsLanesBarsMarksMemoryAndTables)
   EXPECT_TRUE(contains(page, "day 2 00:00:00.500"));
 }
 
+// Enter lines whose leave lines never come (here 2000 on one thread): the
+// innermost 256 steps are kept open, the others are counted as left out.
+TEST(OrvanReport, KeepsAtMostTwoHundredFiftySixOpenStepsPerThread)
+{
+  TemporaryDirectory directory;
+  std::string log = "[Y-m-d X]2026-11-24 08:00:00\n08:00:00.000 [VERSION ] [     1] 7.6.3\n";
+  for (int i = 0; i < 2000; ++i) {
+    log += "08:00:01.000 [INFO   ] [     7] ===> Never left " + std::to_string(i) + "\n";
+  }
+  writeFile(directory / "open.log", log);
+  const ToolResult report = runTool({"report", (directory / "open.log").string(), "-o", "-"});
+  ASSERT_EQ(report.code, 0) << report.error;
+  EXPECT_TRUE(contains(report.output, "<dt>Steps left out</dt><dd>1744 ")) << report.output.substr(0, 2000);
+  const ToolResult trace = runTool({"trace", (directory / "open.log").string(), "-o", "-"});
+  ASSERT_EQ(trace.code, 0) << trace.error;
+  std::size_t unfinished = 0;
+  for (auto at = trace.output.find("\"unfinished\":true"); at != std::string::npos;
+       at = trace.output.find("\"unfinished\":true", at + 1)) {
+    ++unfinished;
+  }
+  EXPECT_EQ(unfinished, 256u);
+}
+
 // A day of tiny steps on four threads: the narrow ones merge into "n steps"
 // bars and the page stays small.
 TEST(OrvanReport, StaysSmallForALongLog)

@@ -291,7 +291,11 @@ private:
          << "<dt>Lines</dt><dd>" << summary.lines << "</dd>"
          << "<dt>Workflow steps</dt><dd>" << summary.steps << "</dd>"
          << "<dt>Warnings and errors</dt><dd>" << problems << "</dd>"
-         << "<dt>Memory samples</dt><dd>" << samples << "</dd></dl>\n";
+         << "<dt>Memory samples</dt><dd>" << samples << "</dd>";
+    if (summary.ignored > 0) {
+      html << "<dt>Steps left out</dt><dd>" << summary.ignored << " (enter lines beyond 256 open steps)</dd>";
+    }
+    html << "</dl>\n";
   }
 
   // Ticks of the time axis, at a round interval giving about eight.

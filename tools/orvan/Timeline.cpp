@@ -12,6 +12,11 @@ namespace {
 
 using Kind = Logging::LogRecord::Kind;
 
+// Open steps kept per thread, and how many of the innermost a leave line is
+// matched against.
+constexpr std::size_t MAX_OPEN = 256;
+constexpr std::size_t MATCH_DEPTH = 32;
+
 struct OpenStep {
   TimelineStep step;
   // The latest end of its inner steps.
@@ -42,6 +47,10 @@ public:
     ThreadState& state = threadState(record.thread);
     switch (record.kind) {
     case Kind::StepEnter: {
+      if (state.open.size() >= MAX_OPEN) {
+        ++summary.ignored; // no real nesting is this deep: enter lines whose leave lines never come
+        break;
+      }
       OpenStep open;
       open.step.thread = record.thread;
       open.step.name = record.name;
@@ -102,8 +111,13 @@ private:
 
   void leave(ThreadState& state, const Logging::LogRecord& record, std::int64_t time)
   {
-    const auto matching = std::find_if(state.open.rbegin(), state.open.rend(),
-                                       [&](const OpenStep& open) { return open.step.name == record.name; });
+    // The step that ends is the innermost open one of that name, looked for
+    // among the innermost few only, so that a log whose leave lines do not
+    // match costs no more per line.
+    const auto searched = state.open.rbegin() + static_cast<std::ptrdiff_t>(std::min(state.open.size(), MATCH_DEPTH));
+    const auto found = std::find_if(state.open.rbegin(), searched,
+                                    [&](const OpenStep& open) { return open.step.name == record.name; });
+    const auto matching = found == searched ? state.open.rend() : found;
     if (matching == state.open.rend()) {
       // A leave line without its enter line (a copied workflow logger ends
       // twice): the step is drawn back from the leave line.
@@ -238,6 +252,9 @@ std::string formatDuration(std::int64_t microseconds)
 {
   char text[48];
   const double value = static_cast<double>(microseconds);
+  if (microseconds == 0) {
+    return "0";
+  }
   if (microseconds < 1000) {
     std::snprintf(text, sizeof text, "%lld µs", static_cast<long long>(microseconds));
   } else if (microseconds < 1000000) {

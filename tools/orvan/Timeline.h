@@ -59,6 +59,9 @@ struct TimelineSummary {
   std::vector<unsigned long long> threads;
   std::uint64_t lines = 0;
   std::uint64_t steps = 0;
+  // Enter lines left out because 256 steps were already open on their
+  // thread.
+  std::uint64_t ignored = 0;
 };
 
 // Reads the whole log file at `path` into `sink`. Steps of one thread nest
