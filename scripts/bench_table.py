@@ -65,6 +65,8 @@ FIGURES = [
            "RegexMatchRemoteTextForm", "`std::regex_match` on the compiled pattern", at_most_ns=150),
     Figure("text form parsing, `C:\\data\\input\\data.bin`", "ParseLocalTextForm",
            "RegexMatchLocalTextForm", "`std::regex_match` on the compiled pattern", at_most_ns=150),
+    Figure("`LogFileReader`, 64 MiB log, every line a typed record", "LogFileReaderAllRecords",
+           "GetlineLoop", "`std::getline` loop over the same file", ratio_at_most=3),
     Figure("text form rejected, 4 MiB of `@`", "RejectFourMiBOfAtSigns",
            "ThrowTheSameMessage", "building and throwing the same error message", ratio_at_most=1.5),
 ]
@@ -75,6 +77,10 @@ REMOTE_READ = "RemoteReadSideBySide"
 REMOTE_READ_AT_LEAST = 0.9
 FILE_SERVER = "FileServerSideBySide"
 FILE_SERVER_AT_LEAST = 1.0
+
+# The log file reader's throughput, in MB/s (10^6 bytes), from the CPU time.
+LOG_READER = "LogFileReaderAllRecords"
+LOG_READER_AT_LEAST_MBPS = 200
 
 # Cancellation latencies, from the cancellation to the call's return: label,
 # benchmark, counter prefix, bound in milliseconds.
@@ -159,6 +165,16 @@ def rows(medians):
         met = ratio <= figure.ratio_at_most if figure.ratio_at_most is not None else ratio < figure.ratio_below
         yield (figure.label, format_time(ours), f"{format_time(baseline)} ({figure.baseline_label})",
                f"{ratio:.3f}", target, met)
+
+    reader = medians.get(LOG_READER, {}).get("bytes_per_second")
+    getline = medians.get("GetlineLoop", {}).get("bytes_per_second")
+    target = f"at least {LOG_READER_AT_LEAST_MBPS} MB/s"
+    if reader is None:
+        yield "`LogFileReader` throughput (CPU time)", "missing", "", "", target, None
+    else:
+        shown = f"{getline / 1e6:.0f} MB/s (`std::getline` loop)" if getline else ""
+        yield ("`LogFileReader` throughput (CPU time)", f"{reader / 1e6:.0f} MB/s", shown,
+               f"{reader / getline:.3f}" if getline else "", target, reader / 1e6 >= LOG_READER_AT_LEAST_MBPS)
 
     read = medians.get(REMOTE_READ, {})
     size = read.get("transfer_MiB")

@@ -100,7 +100,7 @@ TEST(OrvanHelp, EveryCommandHasHelp)
   const ToolResult main = runTool({"--help"});
   EXPECT_EQ(main.code, 0);
   EXPECT_NE(main.output.find("Commands:"), std::string::npos) << main.output;
-  for (const std::string command : {"fetch", "serve", "run", "memory", "demo"}) {
+  for (const std::string command : {"fetch", "serve", "run", "memory", "demo", "trace", "report"}) {
     const ToolResult help = runTool({command, "--help"});
     EXPECT_EQ(help.code, 0) << command;
     EXPECT_EQ(help.output.rfind("Usage: orvan " + command, 0), 0u) << help.output;
@@ -652,6 +652,13 @@ TEST(OrvanDemo, EveryStepSucceeds)
   EXPECT_NE(text.find("===> Demo"), std::string::npos);
   EXPECT_NE(text.find("[MEMORY] Virtual: "), std::string::npos);
   EXPECT_NE(text.find("TerminateProcess called with success"), std::string::npos);
+  // The run drawn from its own log, beside it.
+  ASSERT_TRUE(std::regex_search(result.output, match, std::regex("Trace [^\n]*: '([^']+)'")));
+  EXPECT_EQ(match[1].str(), (log.parent_path() / "demo.trace.json").string());
+  EXPECT_NE(readFile(match[1].str()).find("\"name\":\"Fetch the test file\""), std::string::npos);
+  ASSERT_TRUE(std::regex_search(result.output, match, std::regex("Report [^\n]*: '([^']+)'")));
+  EXPECT_EQ(match[1].str(), (log.parent_path() / "demo.html").string());
+  EXPECT_NE(readFile(match[1].str()).find("data-name=\"Demo\""), std::string::npos);
   std::error_code ignored;
   std::filesystem::remove_all(log.parent_path(), ignored);
 }

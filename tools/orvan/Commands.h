@@ -31,6 +31,14 @@ int serveCommand(const std::vector<std::string>& words);
 int runCommand(const std::vector<std::string>& words);
 int memoryCommand(const std::vector<std::string>& words);
 int demoCommand(const std::vector<std::string>& words);
+int traceCommand(const std::vector<std::string>& words);
+int reportCommand(const std::vector<std::string>& words);
+
+// Write the trace (Trace Event Format) and the HTML report of the log file
+// `log` to `destination` ("-": standard output) and return the name written
+// to; throw Core::Logging::LogFileError or std::runtime_error.
+std::string writeTrace(const std::string& log, const std::string& destination);
+std::string writeReport(const std::string& log, const std::string& destination);
 
 // Ctrl-C, while the object lives, requests cancellation through `token`.
 class CtrlC {

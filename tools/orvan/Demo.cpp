@@ -37,8 +37,9 @@ const char* const DEMO_HELP =
     "  4. fetches it with a progress bar and compares the copy byte for byte;\n"
     "  5. runs a child program and checks its exit code;\n"
     "  6. runs a second child program that would run for ever, and cancels it;\n"
-    "then prints a summary with the place of the log file. Exits with 0 only\n"
-    "when every step did what it should.\n"
+    "then prints a summary with the place of the log file, and writes the log's\n"
+    "trace (demo.trace.json, see 'orvan trace') and report (demo.html, see 'orvan\n"
+    "report') beside it. Exits with 0 only when every step did what it should.\n"
     "\n"
     "Options:\n"
     "  --size MIB            size of the test file (default 64)\n"
@@ -267,6 +268,16 @@ int demoCommand(const std::vector<std::string>& words)
     summary = std::to_string(failed) + " of 6 steps FAILED.";
   }
   Console::instance().result(summary + " Log file: '" + toString(logPath) + "'");
+  // The run seen as a timeline, from its own log.
+  try {
+    const std::string trace = writeTrace(toString(logPath), toString(directory / "demo.trace.json"));
+    const std::string report = writeReport(toString(logPath), toString(directory / "demo.html"));
+    Console::instance().result("Trace (Perfetto, chrome://tracing, speedscope): '" + trace + "'");
+    Console::instance().result("Report (any browser): '" + report + "'");
+  } catch (const std::exception& error) {
+    Console::instance().message(std::string("orvan demo: cannot draw the log: ") + error.what());
+    return EXIT_FAILED;
+  }
   if (cancelled) {
     return EXIT_CANCELLED;
   }

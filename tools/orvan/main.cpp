@@ -44,6 +44,8 @@ const char* const MAIN_HELP =
     "  run PROGRAM     run a program, cancelled by Ctrl-C or a timeout\n"
     "  memory          show the machine's and this process's memory figures\n"
     "  demo            show every part at work, needing nothing but this program\n"
+    "  trace LOG       turn a log file into a trace for Perfetto, chrome://tracing, speedscope\n"
+    "  report LOG      draw a log file as one HTML page: timeline, memory, longest steps\n"
     "\n"
     "'orvan help COMMAND' or 'orvan COMMAND --help' tells more about each, with\n"
     "its exit codes. Exit codes: 0 success, 1 failure, 2 bad arguments (run: 125\n"
@@ -66,7 +68,8 @@ struct Command {
 
 const Command COMMANDS[] = {
     {"fetch", fetchCommand},   {"serve", serveCommand}, {"run", runCommand, EXIT_RUN_FAILED, EXIT_RUN_FAILED},
-    {"memory", memoryCommand}, {"demo", demoCommand},
+    {"memory", memoryCommand}, {"demo", demoCommand},   {"trace", traceCommand},
+    {"report", reportCommand},
 };
 
 int usageError(const std::string& command, const std::string& message, int code = EXIT_USAGE)
