@@ -44,7 +44,7 @@ const char* const DEMO_HELP =
     "Options:\n"
     "  --size MIB            size of the test file (default 64)\n"
     "  --keep                keep the test file and its copy (the log file is always kept)\n"
-    "  --memory-period MS    memory sample period in the log (default 500)\n"
+    "  --memory-period TIME  memory sample period in the log (default 500ms)\n"
     "  -q, --quiet           show errors only\n"
     "  -v, --verbose         show the log on the console too; twice (-vv) shows every line\n"
     "  -h, --help            show this help\n";
@@ -279,7 +279,7 @@ int demoCommand(const std::vector<std::string>& words)
     return EXIT_FAILED;
   }
   if (cancelled) {
-    return EXIT_CANCELLED;
+    return CtrlC::exitCode();
   }
   return failed == 0 ? EXIT_OK : EXIT_FAILED;
 }
