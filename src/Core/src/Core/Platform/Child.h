@@ -1,5 +1,7 @@
 #pragma once
 
+#include "Platform/WakeSignal.h"
+
 #include <chrono>
 #include <cstddef>
 #include <functional>
@@ -44,10 +46,11 @@ public:
   // Kills whatever of the group is left and reaps the program.
   virtual ~Child() = default;
 
-  // Waits at most `wait` for bytes on the captured pipes or for the program
-  // to end, handing every byte read to `sink`. True once the program has
-  // ended (and is reaped) and every captured pipe is at its end.
-  virtual bool pump(std::chrono::milliseconds wait, const Sink& sink) = 0;
+  // Waits at most `wait` (negative: without limit) for bytes on the captured
+  // pipes, for the program to end or for `wake` to be raised, handing every
+  // byte read to `sink`. True once the program has ended (and is reaped) and
+  // every captured pipe is at its end.
+  virtual bool pump(std::chrono::milliseconds wait, WakeHandle wake, const Sink& sink) = 0;
 
   // Asks every process of the group to end (SIGTERM); Windows ends the job.
   virtual void askToEnd() = 0;

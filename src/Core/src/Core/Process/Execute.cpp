@@ -1,6 +1,7 @@
 #include <Core/Process/Execute.h>
 
 #include "Platform/Child.h"
+#include "Process/CancelationState.h"
 #include "Timing/Deadline.h"
 
 #include <algorithm>
@@ -13,9 +14,9 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-// The longest the loop waits between two looks at the token and the time
-// limit: a cancellation takes effect well within 50 ms.
-constexpr std::chrono::milliseconds CHECK_PERIOD{10};
+// How often the rest of the group is looked at once the program itself has
+// ended or been killed: nothing signals the end of a process group.
+constexpr std::chrono::milliseconds GROUP_CHECK_PERIOD{10};
 
 Platform::ChildStream toChildStream(StreamMode mode)
 {
@@ -97,12 +98,16 @@ ExecuteResult execute(const ExecuteOptions& options)
          options.captureLimit, result.outputTruncated);
   };
   const Clock::time_point timeLimitEnd =
-      options.timeLimit ? Timing::deadlineAfter(*options.timeLimit) : Clock::time_point::max();
+      options.timeLimit ? Timing::deadlineAfter(*options.timeLimit) : Timing::NO_DEADLINE;
+  // The token wakes the pump at once; once the cancellation is seen, it is
+  // watched no more (its signal stays raised).
+  const Platform::WakeHandle wake = CancelationAccess::wakeHandle(options.token);
   // Once ending, the program and its group are asked to end, then killed
   // when the grace period is over; the loop lasts until none is left.
   std::optional<ExecuteResult::Outcome> ending;
-  Clock::time_point killAt = Clock::time_point::max();
+  Clock::time_point killAt = Timing::NO_DEADLINE;
   bool killed = false;
+  bool ended = false;
   for (;;) {
     const Clock::time_point now = Clock::now();
     if (!ending && isCancelRequested(options.token)) {
@@ -110,7 +115,7 @@ ExecuteResult execute(const ExecuteOptions& options)
     } else if (!ending && now >= timeLimitEnd) {
       ending = ExecuteResult::Outcome::TimedOut;
     }
-    if (ending && killAt == Clock::time_point::max()) {
+    if (ending && killAt == Timing::NO_DEADLINE) {
       child->askToEnd();
       killAt = Timing::deadlineAfter(std::max(options.gracePeriod, std::chrono::milliseconds(0)));
     }
@@ -118,11 +123,12 @@ ExecuteResult execute(const ExecuteOptions& options)
       child->kill();
       killed = true;
     }
-    // Nothing to look at but the program: the pump wakes for its output and
-    // its end alone.
-    const bool watching = ending || options.token != nullptr || options.timeLimit;
-    const std::chrono::milliseconds wait = watching ? CHECK_PERIOD : std::chrono::milliseconds(1000);
-    const bool ended = child->pump(wait, sink);
+    // The pump wakes for the program's output, its end and the token; the
+    // wait lasts until the next deadline.
+    const std::chrono::milliseconds wait = !ending           ? Timing::timeUntil(timeLimitEnd)
+                                           : ended || killed ? GROUP_CHECK_PERIOD
+                                                             : Timing::timeUntil(killAt);
+    ended = child->pump(wait, ending ? Platform::NO_WAKE : wake, sink);
     if (ended && (!ending || child->groupEnded())) {
       break;
     }
