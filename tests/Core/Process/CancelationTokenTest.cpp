@@ -239,10 +239,14 @@ TEST(CancelationToken, ManyThreadsWaitAndRegisterWhileOneCancels)
 {
   CancelationToken token;
   std::atomic<int> called{0};
+  // Each registration lives until every thread is done: one destroyed as
+  // soon as its thread's wait ends may be taken off before its turn comes,
+  // and then rightly never runs.
+  std::vector<std::unique_ptr<CancelationCallback>> callbacks(8);
   std::vector<std::thread> threads;
-  for (int i = 0; i < 8; ++i) {
+  for (auto& callback : callbacks) {
     threads.emplace_back([&] {
-      const CancelationCallback callback(&token, [&] { ++called; });
+      callback = std::make_unique<CancelationCallback>(&token, [&] { ++called; });
       EXPECT_TRUE(token.waitFor(std::chrono::milliseconds(-1)));
     });
   }

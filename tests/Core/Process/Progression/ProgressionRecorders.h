@@ -151,12 +151,15 @@ public:
   }
 
   // Waits until the last delivery carries `progression`.
-  bool waitForLast(double progression) const
+  bool waitForLast(double progression,
+                   std::chrono::steady_clock::duration deadline = Orvan::Testing::DEFAULT_DEADLINE) const
   {
-    return waitFor([&] {
-      const std::lock_guard lock(mutex);
-      return !recorded.empty() && recorded.back().progression == progression;
-    });
+    return waitFor(
+        [&] {
+          const std::lock_guard lock(mutex);
+          return !recorded.empty() && recorded.back().progression == progression;
+        },
+        deadline);
   }
 
 private:
