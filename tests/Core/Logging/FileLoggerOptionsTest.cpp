@@ -116,6 +116,18 @@ TEST(FileLoggerOptions, AppendKeepsTheOldContentAndStartsWithAHeadAfterIt)
   EXPECT_EQ(parseLogLine(lines[2]).message, "first run");
   EXPECT_TRUE(startsWithHead({lines[3], lines[4]}));
   EXPECT_EQ(parseLogLine(lines[5]).message, "second run");
+
+  // The log reader takes the second head for the start of a run.
+  LogFileReader reader(path.string());
+  reader.finish();
+  std::vector<std::string> messages;
+  while (const LogRecord* record = reader.next()) {
+    EXPECT_FALSE(record->continuation) << record->message;
+    if (record->kind == LogRecord::Kind::Message) {
+      messages.push_back(record->message);
+    }
+  }
+  EXPECT_EQ(messages, (std::vector<std::string>{"first run", "second run"}));
 }
 
 TEST(FileLoggerOptions, ThresholdDropsTheLinesBelowIt)
