@@ -18,8 +18,9 @@ namespace Orvan::Core::Logging {
 //   14:03:07.045 [WARNING] [   912] disk almost full
 //
 // (local time of day with milliseconds, level word, the writing thread's
-// number). The file is truncated when the logger is built and starts with
-// two head lines: the local date and time, then the library version.
+// number). The file is truncated when the logger is built (unless Options
+// ask to append) and starts with two head lines: the local date and time,
+// then the library version.
 //
 // A file that cannot be opened is reported once on standard error; the
 // logger then accepts every call without effect.
@@ -41,9 +42,11 @@ public:
   // being dropped) and a fresh file starts with the two head lines. A file
   // always holds at least one line after its head, so a single line longer
   // than the limit is written whole. With `keptFiles` 0 the file starts
-  // afresh and nothing is kept. When the file cannot be renamed (on Windows,
-  // another program holds it open without sharing), lines go on into it and
-  // the rotation is tried again once it has grown by `maximumBytes` more.
+  // afresh and nothing is kept. A log appended to that is already at its
+  // limit is rotated before the new head. When the file cannot be renamed
+  // (on Windows, another program holds it open without sharing), lines go
+  // on into it and the rotation is tried again once it has grown by
+  // `maximumBytes` more.
   struct Rotation {
     std::uint64_t maximumBytes = 10 * 1024 * 1024;
     std::size_t keptFiles = 3;
