@@ -1,7 +1,8 @@
 // The cost of one logged line in a file, flushed at once, set against the
 // physical limit (one write(2) of a preformatted line of the same length) and
-// against spdlog's file sink flushing every line. Also the cost of one memory
-// reading. Linux only, like every benchmark here: the baseline is a POSIX
+// against spdlog's file sink flushing every line; the same line in a file
+// that rotates by size, set against the plain file. Also the cost of one
+// memory reading. Linux only, like every benchmark here: the baseline is a POSIX
 // write.
 #include "Comparison.h"
 
@@ -50,6 +51,26 @@ void FileLoggerInfo(benchmark::State& state)
 }
 BENCHMARK(FileLoggerInfo);
 
+// Rotating every 10 MiB (about 45 000 lines), three older files kept: the
+// count of bytes on each line and the rotations, spread over the lines.
+void RotatingFileLoggerInfo(benchmark::State& state)
+{
+  const auto path = benchFile("rotating-file-logger.log");
+  {
+    Logging::FileLogger::Options options;
+    options.rotation = Logging::FileLogger::Rotation{10 * 1024 * 1024, 3};
+    Logging::FileLogger logger(path.string(), options);
+    for (auto _ : state) {
+      logger.info(MESSAGE);
+    }
+  }
+  std::filesystem::remove(path);
+  for (int number = 1; number <= 3; ++number) {
+    std::filesystem::remove(path.string() + "." + std::to_string(number));
+  }
+}
+BENCHMARK(RotatingFileLoggerInfo);
+
 // What the file logger cannot beat: one system call per line, the line
 // already formatted (a prefix of the same length as the logger's).
 void RawWriteOfAFormattedLine(benchmark::State& state)
@@ -94,7 +115,8 @@ int main(int argc, char** argv)
 {
   // The memory reading has an absolute target (30 000 ns); its time is in
   // the report above.
-  return Orvan::Bench::runAndCompare(
-      argc, argv,
-      {{"FileLoggerInfo", "RawWriteOfAFormattedLine", 1.2}, {"FileLoggerInfo", "SpdlogFlushingEveryLine", 1.0}});
+  return Orvan::Bench::runAndCompare(argc, argv,
+                                     {{"FileLoggerInfo", "RawWriteOfAFormattedLine", 1.2},
+                                      {"FileLoggerInfo", "SpdlogFlushingEveryLine", 1.0},
+                                      {"RotatingFileLoggerInfo", "FileLoggerInfo", 1.1}});
 }

@@ -51,6 +51,8 @@ FIGURES = [
            "RawWriteOfAFormattedLine", "one `write(2)` of the formatted line", ratio_at_most=1.2),
     Figure("`FileLogger::info`, 200-byte message, flushed", "FileLoggerInfo",
            "SpdlogFlushingEveryLine", "spdlog `basic_file_sink_mt`, flush on every line", ratio_below=1.0),
+    Figure("`FileLogger::info`, rotating every 10 MiB, 3 files kept", "RotatingFileLoggerInfo",
+           "FileLoggerInfo", "the same logger without rotation", ratio_at_most=1.1),
     Figure("`MemorySpy::captureMemoryUsage`", "CaptureMemoryUsage", at_most_ns=30000),
     Figure("`ProcessProgressionLinear` `++`, lone counter", "LoneCounterIncrement",
            "BareAtomicFetchAdd", "bare atomic `fetch_add`", ratio_at_most=3),

@@ -2,10 +2,12 @@
 
 #include <Core/Logging/FileLogger.h>
 #include <TemporaryDirectory.h>
+#include <Unprivileged.h>
 
 #include <gtest/gtest.h>
 
 #include <csignal>
+#include <filesystem>
 #include <string>
 #include <vector>
 
@@ -72,4 +74,48 @@ TEST(FileLoggerPosix, ALineCutByAFileSizeLimitIsNotGluedToTheNextLine)
   for (std::size_t i = 2; i + 2 < lines.size(); ++i) {
     EXPECT_TRUE(parseLogLine(lines[i]).wellFormed) << lines[i];
   }
+}
+
+// Without the right to write in the log's directory, the log cannot be
+// renamed: its lines go on into it, and it rotates once it can.
+TEST(FileLoggerPosix, ALogThatCannotBeRenamedGoesOnInTheSameFileAndRotatesOnceItCan)
+{
+  Orvan::Testing::asUnprivilegedUser([] {
+    namespace fs = std::filesystem;
+    TemporaryDirectory directory;
+    const auto path = directory / "run.log";
+    const auto numbered = [&path](int number) { return fs::path(path.string() + "." + std::to_string(number)); };
+    FileLogger::Options options;
+    options.rotation = FileLogger::Rotation{500, 5};
+    FileLogger logger(path.string(), options);
+
+    fs::permissions(directory.path(), fs::perms::owner_read | fs::perms::owner_exec);
+    for (int i = 0; i < 20; ++i) {
+      logger.info("line " + std::to_string(i) + " of a log that cannot be renamed for now");
+    }
+    EXPECT_TRUE(logger.isOpen());
+    EXPECT_FALSE(fs::exists(numbered(1)));
+    fs::permissions(directory.path(), fs::perms::owner_all);
+    for (int i = 20; i < 40; ++i) {
+      logger.info("line " + std::to_string(i) + " of a log that cannot be renamed for now");
+    }
+    EXPECT_TRUE(fs::exists(numbered(1)));
+
+    std::vector<std::string> messages;
+    for (int number = 5; number >= 0; --number) {
+      const fs::path file = number == 0 ? path : numbered(number);
+      if (!fs::exists(file)) {
+        continue;
+      }
+      const std::vector<std::string> lines = readLogLines(file);
+      for (std::size_t i = 2; i < lines.size(); ++i) {
+        messages.push_back(parseLogLine(lines[i]).message);
+      }
+    }
+    ASSERT_EQ(messages.size(), 40u);
+    for (int i = 0; i < 40; ++i) {
+      EXPECT_EQ(messages[static_cast<std::size_t>(i)],
+                "line " + std::to_string(i) + " of a log that cannot be renamed for now");
+    }
+  });
 }

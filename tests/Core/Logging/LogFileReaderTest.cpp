@@ -160,6 +160,35 @@ TEST(LogFileReader, MovesATimeGoingBackAcrossMidnightToTheNextDay)
   EXPECT_EQ(records[5].time.toString(), "2026-11-26 00:00:01.000");
 }
 
+TEST(LogFileReader, ALaterHeadOfAnAppendedLogDatesTheLinesAfterIt)
+{
+  // Two runs appended to one file, the second three days later.
+  const auto records = readAll(HEAD +
+                               "23:59:59.500 [INFO   ] [ 1] first run\n"
+                               "[Y-m-d X]2026-11-27 08:00:00\n"
+                               "08:00:00.001 [VERSION ] [ 2] 7.6.3\n"
+                               "08:00:00.002 [INFO   ] [ 2] second run\n");
+  ASSERT_EQ(records.size(), 4u);
+  EXPECT_EQ(records[1].time.toString(), "2026-11-24 23:59:59.500");
+  EXPECT_EQ(records[2].kind, Kind::Version);
+  EXPECT_EQ(records[2].time.toString(), "2026-11-27 08:00:00.001");
+  EXPECT_EQ(records[3].kind, Kind::Message);
+  EXPECT_FALSE(records[3].continuation);
+  EXPECT_EQ(records[3].message, "second run");
+  EXPECT_EQ(records[3].time.toString(), "2026-11-27 08:00:00.002");
+  EXPECT_EQ(records[3].lineNumber, 6u);
+}
+
+TEST(LogFileReader, ALineThatOnlyLooksLikeAHeadIsAContinuation)
+{
+  const auto records = readAll(HEAD +
+                               "23:59:59.500 [INFO   ] [ 1] a message\n"
+                               "[Y-m-d X] is the legend of the first line\n");
+  ASSERT_EQ(records.size(), 3u);
+  EXPECT_TRUE(records[2].continuation);
+  EXPECT_EQ(records[2].message, "[Y-m-d X] is the legend of the first line");
+}
+
 TEST(LogFileReader, CrossesTheEndOfAMonthAndOfAYear)
 {
   const auto records = readAll(

@@ -1,4 +1,5 @@
 #include <Core/Logging/FileLogger.h>
+#include <Core/Logging/LevelThreshold.h>
 #include <Core/Logging/LoggingType.h>
 #include <Core/Logging/MemorySpy.h>
 #include <Core/Version.h>
@@ -10,8 +11,10 @@
 #include "Platform/ThreadId.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cstring>
 #include <ctime>
+#include <filesystem>
 #include <iomanip>
 #include <iostream>
 #include <limits>
@@ -73,13 +76,52 @@ std::string formatLocalTime(std::time_t time, const char* pattern)
   return text.str();
 }
 
+// "<path>.<number>".
+std::filesystem::path numbered(const std::filesystem::path& path, std::size_t number)
+{
+  std::filesystem::path result = path;
+  result += "." + std::to_string(number);
+  return result;
+}
+
+// Renames `from` to `to`, dropping a file already called `to` first (a
+// rename does not replace a file everywhere); false when `from` is still
+// there under its name.
+bool moveOver(const std::filesystem::path& from, const std::filesystem::path& to)
+{
+  std::error_code error;
+  if (!std::filesystem::exists(from, error)) {
+    return false;
+  }
+  std::filesystem::remove(to, error);
+  std::filesystem::rename(from, to, error);
+  return !error;
+}
+
+void reportUnopenable(const std::string& path)
+{
+  std::cerr << "Failed to open file " << path << ". Logging is disabled\n";
+}
+
 } // namespace
 
 struct FileLogger::Impl {
   // The open log file, or -1 when it could not be opened (logging disabled).
-  int file = -1;
+  // Read without the mutex to skip a disabled logger's lines at once; only
+  // a rotation changes it after the head, under the mutex.
+  std::atomic<int> file{-1};
   std::mutex mutex;
   std::unique_ptr<MemorySpy> memorySpy;
+
+  Options options;
+  std::string pathText; // as given, for the message on standard error
+  std::filesystem::path path;
+
+  // With rotation: the bytes in the file, and whether a line follows the
+  // head (a file never rotates with its head alone). Guarded by `mutex`
+  // once the head is written.
+  std::uint64_t fileBytes = 0;
+  bool bodyStarted = false;
 
   // The "%X" text of the second `cachedSecond`; guarded by `mutex` once the
   // head is written.
@@ -145,6 +187,9 @@ struct FileLogger::Impl {
     line.append(prefix, prefixLength);
     line.append(message, messageLength);
     line.push_back('\n');
+    if (options.rotation) {
+      rotateIfFull();
+    }
     writeWholeLine();
     if (line.capacity() > MAX_KEPT_LINE_CAPACITY) {
       std::string().swap(line); // a huge message does not pin its memory
@@ -159,7 +204,10 @@ struct FileLogger::Impl {
     if (lineCut) {
       line.insert(line.begin(), '\n');
     }
-    const std::size_t written = Platform::writeToFile(file, line.data(), line.size());
+    const std::size_t written = Platform::writeToFile(file.load(std::memory_order_relaxed), line.data(), line.size());
+    if (options.rotation) {
+      fileBytes += Platform::storedSize(line.data(), written);
+    }
     if (written > lineStart) {
       lineCut = written < line.size();
     } else if (written == lineStart) {
@@ -169,27 +217,103 @@ struct FileLogger::Impl {
 
   void writeLockedLine(LoggingType type, const std::string& message)
   {
-    if (file < 0) {
+    if (!reachesThreshold(type, options.threshold) || file.load(std::memory_order_relaxed) < 0) {
       return;
     }
     const std::lock_guard lock(mutex);
+    if (file.load(std::memory_order_relaxed) < 0) {
+      return; // a rotation could not create the new file
+    }
     writeLine(levelWord(type), 7, message.data(), message.size());
+    bodyStarted = true;
+  }
+
+  // The head: "[Y-m-d X]" and the local date and time, then the version.
+  void writeHead()
+  {
+    bodyStarted = false;
+    line = "[Y-m-d X]" + formatLocalTime(std::time(nullptr), "%Y-%m-%d %X") + "\n";
+    writeWholeLine();
+    writeLine("VERSION ", 8, VERSION, std::strlen(VERSION));
+  }
+
+  // Rotates before `line` when it would take the file past the limit.
+  void rotateIfFull()
+  {
+    const std::uint64_t lineBytes = Platform::storedSize(line.data(), line.size()) + (lineCut ? 1 : 0);
+    if (bodyStarted && fileBytes + lineBytes > options.rotation->maximumBytes) {
+      std::string pending;
+      pending.swap(line); // the head is written through `line`
+      rotate();
+      line.swap(pending);
+    }
+  }
+
+  // Shifts the kept files by one, the oldest dropped, renames the log to
+  // "<path>.1" and starts a fresh one. The file is closed first: Windows
+  // does not rename an open file.
+  void rotate()
+  {
+    // `file` keeps its closed number until the new file is open: a writer
+    // checking it before taking the mutex must wait for the new file, not
+    // take the logger for disabled and drop its line.
+    Platform::closeFile(file.load(std::memory_order_relaxed));
+    const std::size_t kept = options.rotation->keptFiles;
+    bool renamed = true;
+    if (kept > 0) {
+      for (std::size_t number = kept; number > 1; --number) {
+        moveOver(numbered(path, number - 1), numbered(path, number));
+      }
+      renamed = moveOver(path, numbered(path, 1));
+    }
+    // A log that could not be renamed is reopened to go on after its
+    // content; it is tried again once it has grown by the limit once more.
+    const int reopened = renamed ? Platform::openTruncatedTextFile(path) : Platform::openAppendedTextFile(path);
+    if (reopened < 0) {
+      file.store(-1, std::memory_order_relaxed);
+      if (!options.quiet) {
+        reportUnopenable(pathText);
+      }
+      return;
+    }
+    file.store(reopened, std::memory_order_relaxed);
+    lineCut = false;
+    fileBytes = 0;
+    if (renamed || Platform::fileSize(reopened) == 0) {
+      writeHead();
+    }
   }
 };
 
 FileLogger::FileLogger(const std::string& path)
+    : FileLogger(path, Options{})
+{
+}
+
+FileLogger::FileLogger(const std::string& path, const Options& options)
     : impl(std::make_unique<Impl>())
 {
-  impl->file = Platform::openTruncatedTextFile(Utils::FileHelper::toPath(path));
-  if (impl->file < 0) {
-    std::cerr << "Failed to open file " << path << ". Logging is disabled\n";
+  impl->options = options;
+  impl->pathText = path;
+  impl->path = Utils::FileHelper::toPath(path);
+  const int file =
+      options.append ? Platform::openAppendedTextFile(impl->path) : Platform::openTruncatedTextFile(impl->path);
+  if (file < 0) {
+    if (!options.quiet) {
+      reportUnopenable(path);
+    }
     return;
   }
+  impl->file.store(file, std::memory_order_relaxed);
 
-  // The head: "[Y-m-d X]" and the local date and time, then the version.
-  impl->line = "[Y-m-d X]" + formatLocalTime(std::time(nullptr), "%Y-%m-%d %X") + "\n";
-  impl->writeWholeLine();
-  impl->writeLine("VERSION ", 8, VERSION, std::strlen(VERSION));
+  if (options.rotation && options.append) {
+    impl->fileBytes = Platform::fileSize(file);
+    if (impl->fileBytes > 0 && impl->fileBytes >= options.rotation->maximumBytes) {
+      impl->rotate(); // a full log from an earlier run: this run starts a fresh one
+      return;
+    }
+  }
+  impl->writeHead();
 }
 
 FileLogger::~FileLogger()
@@ -197,9 +321,15 @@ FileLogger::~FileLogger()
   // The spy's thread writes into this logger: it is stopped before anything
   // else goes.
   impl->memorySpy.reset();
-  if (impl->file >= 0) {
-    Platform::closeFile(impl->file);
+  const int file = impl->file.load(std::memory_order_relaxed);
+  if (file >= 0) {
+    Platform::closeFile(file);
   }
+}
+
+bool FileLogger::isOpen() const
+{
+  return impl->file.load(std::memory_order_relaxed) >= 0;
 }
 
 void FileLogger::write(LoggingType type, const std::string& message)

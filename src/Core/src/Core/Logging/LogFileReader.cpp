@@ -375,28 +375,55 @@ struct LogTextReader::Impl {
     }
   }
 
-  void head(std::string_view line)
+  // Reads the date and time of a head line; false when `line` is not one.
+  static bool headTime(std::string_view line, LogDateTime& time)
   {
-    LogDateTime time;
     std::size_t at = HEAD.size();
     unsigned year = 0;
+    if (line.substr(0, HEAD.size()) != HEAD || !digits(line, at, 4, year) || !expect(line, at, '-') ||
+        !digits(line, at, 2, time.month) || !expect(line, at, '-') || !digits(line, at, 2, time.day) ||
+        !expect(line, at, ' ') || !timeOfDay(line, at, time) || at != line.size() || time.month < 1 ||
+        time.month > 12 || time.day < 1 || time.day > 31) {
+      return false;
+    }
+    time.year = static_cast<int>(year);
+    return true;
+  }
+
+  // The lines after a head are dated from it.
+  void dateFrom(const LogDateTime& time)
+  {
+    day = daysFromCivil(time.year, time.month, time.day);
+    lastTimeOfDay = ((time.hour * 60LL + time.minute) * 60 + time.second) * 1000;
+  }
+
+  void head(std::string_view line)
+  {
     if (line.substr(0, HEAD.size()) != HEAD) {
       refuse(NOT_A_HEAD);
     }
-    if (!digits(line, at, 4, year) || !expect(line, at, '-') || !digits(line, at, 2, time.month) ||
-        !expect(line, at, '-') || !digits(line, at, 2, time.day) || !expect(line, at, ' ') ||
-        !timeOfDay(line, at, time) || at != line.size() || time.month < 1 || time.month > 12 || time.day < 1 ||
-        time.day > 31) {
+    LogDateTime time;
+    if (!headTime(line, time)) {
       refuse("its first line is not the head line \"[Y-m-d X]\" with a date and time");
     }
-    time.year = static_cast<int>(year);
     started = time;
-    day = daysFromCivil(time.year, time.month, time.day);
-    lastTimeOfDay = ((time.hour * 60LL + time.minute) * 60 + time.second) * 1000;
+    dateFrom(time);
     record.kind = LogRecord::Kind::Message;
     record.time = time;
     record.level = LoggingType::Info;
     record.thread = 0;
+  }
+
+  // A log written in append mode holds one head per run: a later head
+  // dates the lines after it and is no record either.
+  bool laterHead(std::string_view line)
+  {
+    LogDateTime time;
+    if (!headTime(line, time)) {
+      return false;
+    }
+    dateFrom(time);
+    return true;
   }
 
   void continuation(std::string_view line)
@@ -538,6 +565,9 @@ struct LogTextReader::Impl {
       if (continuesPiece) {
         continuation(*line);
         return &record;
+      }
+      if (!line->empty() && line->front() == '[' && laterHead(*line)) {
+        continue; // a prefixed line starts with a digit: most lines are not looked at twice
       }
       record.continuation = false;
       record.depth = 0;
