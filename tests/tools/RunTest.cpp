@@ -208,7 +208,8 @@ TEST(OrvanRunLikeTimeout, AsAContainersFirstProcessATimeoutReturnsAtOnce)
     ToolProcess process(unshare, words);
     EXPECT_EQ(process.wait(std::chrono::seconds(20)), 124) << runner.name;
     const auto took = steady_clock::now() - started;
-    EXPECT_LE(took, std::chrono::milliseconds(1200))
+    // 1.2 s, with room for a loaded machine (and for starting unshare).
+    EXPECT_LE(took, std::chrono::milliseconds(1200 + 400))
         << runner.name << ": " << std::chrono::duration<double>(took).count() << " s";
   }
 }

@@ -145,10 +145,12 @@ ExecuteResult execute(const ExecuteOptions& options)
       drainEnd = options.drainPeriod ? Timing::deadlineAfter(*options.drainPeriod) : Timing::NO_DEADLINE;
     }
     // With the program reaped and nothing of its group running, there is
-    // nothing left to kill: only processes that left the group may still
-    // hold the pipes.
-    if (endingBegun && !killed && (now >= killAt || (programEnded && child->groupEnded()))) {
+    // nothing left to kill (nor a signal to send to a group that may be
+    // gone): only processes that left the group may still hold the pipes.
+    if (endingBegun && !killed && now >= killAt) {
       child->kill();
+      killed = true;
+    } else if (endingBegun && !killed && programEnded && child->groupEnded()) {
       killed = true;
     }
     if (killed && programEnded && lastMomentEnd == Timing::NO_DEADLINE) {
