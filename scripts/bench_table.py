@@ -92,6 +92,21 @@ LATENCIES = [
     ("cancelling a pending connection, 100 times", "CancellationLatency", "connect", 200),
 ]
 
+# Cancellation latencies beside a reference loop of the replaced design, which
+# looked at the token every 10 ms: label, benchmark and counter prefix of
+# ours, of the baseline, the baseline's label, bound in milliseconds.
+LATENCIES_AGAINST_BASELINE = [
+    ("cancelling `execute` of `sleep 10`, SIGTERM honoured, 100 times", "ExecuteCancelToReturn", "execute",
+     "OldDesignCancelToReturn", "old_design", "token looked at every 10 ms", 5),
+]
+
+# Wake-ups of the calling thread (voluntary context switches) over a whole
+# run: label, ours, baseline, the baseline's label, bound.
+WAKE_UPS = [
+    ("idle `execute` of `sleep 10` with a token and a time limit: wake-ups", "IdleExecuteWakeUps",
+     "OldDesignIdleWakeUps", "token looked at every 10 ms", 10),
+]
+
 
 def benchmark_name(run_name):
     """The function name: run names carry suffixes such as /repeats:5/real_time."""
@@ -191,16 +206,38 @@ def rows(medians):
                               FILE_SERVER_AT_LEAST)
     for label, figures, name, at_most in LATENCIES:
         yield from latency_row(label, medians.get(figures, {}), name, at_most)
+    for label, ours, name, baseline, baseline_name, baseline_label, at_most in LATENCIES_AGAINST_BASELINE:
+        yield from latency_row(label, medians.get(ours, {}), name, at_most,
+                               medians.get(baseline, {}), baseline_name, baseline_label)
+    for label, ours, baseline, baseline_label, at_most in WAKE_UPS:
+        yield from wake_up_row(label, medians.get(ours, {}), medians.get(baseline, {}), baseline_label, at_most)
 
 
-def latency_row(label, figures, name, at_most_ms):
-    """Median and worst of 100 cancellations, against their bound."""
+def latency_row(label, figures, name, at_most_ms, baseline=None, baseline_name="", baseline_label=""):
+    """Median and worst of 100 cancellations, against their bound; the
+    baseline's, when given, beside them."""
     median, worst = figures.get(name + "_median_ms"), figures.get(name + "_worst_ms")
     target = f"worst at most {at_most_ms} ms"
+    shown = ""
+    if baseline is not None:
+        old_median, old_worst = baseline.get(baseline_name + "_median_ms"), baseline.get(baseline_name + "_worst_ms")
+        shown = "missing" if old_median is None or old_worst is None else \
+            f"{old_median:.1f} ms median, {old_worst:.1f} ms worst ({baseline_label})"
     if median is None or worst is None:
-        yield label, "missing", "", "", target, None
+        yield label, "missing", shown, "", target, None
         return
-    yield (label, f"{median:.1f} ms median, {worst:.1f} ms worst", "", "", target, worst <= at_most_ms)
+    yield (label, f"{median:.1f} ms median, {worst:.1f} ms worst", shown, "", target, worst <= at_most_ms)
+
+
+def wake_up_row(label, figures, baseline, baseline_label, at_most):
+    """A count of wake-ups against its bound, the baseline's beside it."""
+    ours, old = figures.get("wakeups"), baseline.get("wakeups")
+    target = f"at most {at_most}"
+    shown = "missing" if old is None else f"{old:.0f} ({baseline_label})"
+    if ours is None:
+        yield label, "missing", shown, "", target, None
+        return
+    yield label, f"{ours:.0f}", shown, "", target, ours <= at_most
 
 
 def throughput_row(label, figures, ours_name, baseline_name, baseline_label, at_least):

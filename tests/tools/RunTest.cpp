@@ -179,6 +179,41 @@ TEST(OrvanRunLikeTimeout, NothingOfTheGroupOutlivesATimeout)
   }
 }
 
+// As the first process of a PID namespace (a container's init), the runner
+// is the parent of every orphan: once the time limit has ended the group, it
+// must reap the orphans itself, or wait for zombies for good.
+TEST(OrvanRunLikeTimeout, AsAContainersFirstProcessATimeoutReturnsAtOnce)
+{
+  const std::filesystem::path unshare = findOnPath("unshare");
+  if (unshare.empty()) {
+    GTEST_SKIP() << "unshare is not installed";
+  }
+  // --kill-child ends the namespace with unshare, should the runner hang.
+  const std::vector<std::string> namespaceWords{"--pid", "--kill-child"};
+  {
+    std::vector<std::string> probe = namespaceWords;
+    probe.push_back("true");
+    ToolProcess process(unshare, probe);
+    if (process.wait(std::chrono::seconds(30)) != 0) {
+      GTEST_SKIP() << "this machine refuses a new PID namespace: " << process.error();
+    }
+  }
+  for (const Runner& runner : runners()) {
+    std::vector<std::string> words = namespaceWords;
+    words.push_back(runner.program.string());
+    for (const std::string& word : runner.words("1", {"sh", "-c", "sleep 30 & sleep 30"})) {
+      words.push_back(word);
+    }
+    const auto started = steady_clock::now();
+    ToolProcess process(unshare, words);
+    EXPECT_EQ(process.wait(std::chrono::seconds(20)), 124) << runner.name;
+    const auto took = steady_clock::now() - started;
+    // 1.2 s, with room for a loaded machine (and for starting unshare).
+    EXPECT_LE(took, std::chrono::milliseconds(1200 + 400))
+        << runner.name << ": " << std::chrono::duration<double>(took).count() << " s";
+  }
+}
+
 // A second Ctrl-C ends the tool at once; the program's group, in a group of
 // its own out of the terminal's reach, is killed first. Here the group
 // outlives the first: its sleep ignores SIGTERM and the shell only notes it.

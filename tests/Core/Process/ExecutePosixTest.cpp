@@ -1,5 +1,7 @@
 // What only POSIX systems show of execute: signals, process groups, and the
 // descriptors, threads and children left behind.
+#include "ChildPrograms.h"
+
 #include <ChildProcesses_posix.h>
 #include <Core/Process/CancelationToken.h>
 #include <Core/Process/Execute.h>
@@ -11,14 +13,20 @@
 #include <cerrno>
 #include <chrono>
 #include <csignal>
+#include <cstdio>
 #include <filesystem>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include <fcntl.h>
+#include <poll.h>
+#include <spawn.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
+
+extern char** environ;
 
 using Orvan::Core::Process::CancelationToken;
 using Orvan::Core::Process::execute;
@@ -45,7 +53,7 @@ ExecuteOptions shell(const std::string& script)
 
 bool groupIsGone(pid_t group)
 {
-  return ::kill(-group, 0) != 0 && errno == ESRCH;
+  return !Orvan::Testing::processOfGroupRuns(group);
 }
 
 // Runs `script` and cancels it once the script has written its process
@@ -147,4 +155,133 @@ TEST(ExecutePosix, AThousandRunsLeaveNoDescriptorThreadOrChild)
   EXPECT_EQ(openDescriptorCount(), descriptors);
   EXPECT_EQ(threadCount(), threads);
   EXPECT_TRUE(hasNoChild());
+}
+
+namespace {
+
+// Seconds, for the messages of the timing tests.
+double seconds(std::chrono::steady_clock::duration duration)
+{
+  return std::chrono::duration<double>(duration).count();
+}
+
+// The script of a program that ends at once and leaves a process behind
+// that holds its captured output for 8 s.
+const char* const LEAVES_A_SLEEPER = "echo started; sleep 8 & exit 3";
+
+} // namespace
+
+TEST(ExecutePosix, TheOutputIsReadForTheDrainPeriodOnlyOnceTheProgramHasEnded)
+{
+  const auto start = std::chrono::steady_clock::now();
+  const ExecuteResult result = execute(shell(LEAVES_A_SLEEPER));
+  const auto took = std::chrono::steady_clock::now() - start;
+  EXPECT_LT(took, 3s) << "took " << seconds(took) << " s: the sleeper held the run";
+  EXPECT_EQ(result.outcome, Outcome::Exited);
+  EXPECT_EQ(result.exitCode, 3);
+  EXPECT_EQ(result.standardOutput, "started\n");
+  EXPECT_TRUE(result.outputCut);
+  EXPECT_FALSE(result.descendantsEnded);
+}
+
+TEST(ExecutePosix, TheProgramsOwnStatusWinsOverALaterTimeLimit)
+{
+  ExecuteOptions options = shell(LEAVES_A_SLEEPER);
+  options.drainPeriod = std::nullopt;
+  options.timeLimit = 1s;
+  const ExecuteResult result = execute(options);
+  EXPECT_EQ(result.outcome, Outcome::Exited);
+  EXPECT_EQ(result.exitCode, 3);
+  EXPECT_EQ(result.standardOutput, "started\n");
+  EXPECT_TRUE(result.descendantsEnded);
+  EXPECT_FALSE(result.outputCut) << "the sleeper was ended, which closed the output";
+  EXPECT_LT(result.elapsed, 4s);
+}
+
+TEST(ExecutePosix, ADescendantThatLeftTheGroupDoesNotHoldTheRunOnceEndingIsOver)
+{
+  CancelationToken token;
+  ExecuteOptions options = shell("setsid sleep 8 & exit 0");
+  options.drainPeriod = std::nullopt;
+  options.timeLimit = 500ms;
+  options.token = &token;
+  std::thread canceller([&token] {
+    std::this_thread::sleep_for(700ms);
+    token.requestCancel();
+  });
+  const auto start = std::chrono::steady_clock::now();
+  const ExecuteResult result = execute(options);
+  const auto took = std::chrono::steady_clock::now() - start;
+  canceller.join();
+  EXPECT_LT(took, 2500ms) << "took " << seconds(took) << " s";
+  EXPECT_EQ(result.outcome, Outcome::Exited);
+  EXPECT_EQ(result.exitCode, 0);
+  EXPECT_TRUE(result.outputCut);
+}
+
+namespace {
+
+// Runs `script` with a time limit of 1 s below a subreaper that reaps
+// nothing in its first five seconds (ExecuteUnderSlowReaper.cpp); returns
+// what the run printed: the outcome and execute's elapsed milliseconds.
+std::string executeUnderASlowReaper(const std::string& script)
+{
+  const std::string helper = (std::filesystem::path(Orvan::Testing::ChildPrograms::testChild()).parent_path() /
+                              "Orvan_Core_Process_slow_reaper")
+                                 .string();
+  int ends[2];
+  if (::pipe2(ends, O_CLOEXEC) != 0) {
+    return "no pipe";
+  }
+  posix_spawn_file_actions_t actions;
+  posix_spawn_file_actions_init(&actions);
+  posix_spawn_file_actions_adddup2(&actions, ends[1], 1);
+  std::vector<std::string> words = {helper, "1000", "sh", "-c", script};
+  std::vector<char*> arguments;
+  for (std::string& word : words) {
+    arguments.push_back(word.data());
+  }
+  arguments.push_back(nullptr);
+  pid_t pid = 0;
+  const int spawned = posix_spawn(&pid, helper.c_str(), &actions, nullptr, arguments.data(), environ);
+  posix_spawn_file_actions_destroy(&actions);
+  ::close(ends[1]);
+  // The line comes when execute returns: within 6 s whatever execute does,
+  // since the subreaper reaps everything after five.
+  std::string line;
+  char buffer[256];
+  pollfd readable{ends[0], POLLIN, 0};
+  while (spawned == 0 && line.find('\n') == std::string::npos && ::poll(&readable, 1, 30000) > 0) {
+    const ssize_t got = ::read(ends[0], buffer, sizeof buffer);
+    if (got <= 0) {
+      break;
+    }
+    line.append(buffer, static_cast<std::size_t>(got));
+  }
+  ::close(ends[0]);
+  if (spawned == 0) {
+    ::kill(pid, SIGKILL);
+    int status = 0;
+    ::waitpid(pid, &status, 0);
+  }
+  return line;
+}
+
+} // namespace
+
+TEST(ExecutePosix, AKilledGroupWhoseOrphansAreReapedLateEndsTheRunAtOnce)
+{
+  // The group's processes stay zombies after the time limit has ended them:
+  // the background sleep always, the foreground one when it outlives the
+  // shell by a moment.
+  for (const std::string script : {"sleep 10; echo no", "sleep 10 & sleep 10; echo no"}) {
+    const std::string line = executeUnderASlowReaper(script);
+    int outcome = -1;
+    long long elapsed = -1;
+    ASSERT_EQ(std::sscanf(line.c_str(), "%d %lld", &outcome, &elapsed), 2) << script << ": " << line;
+    EXPECT_EQ(outcome, static_cast<int>(Outcome::TimedOut)) << script;
+    // 1.1 s, with room for a loaded machine: the old wait lasted until the
+    // subreaper reaped, 5 s.
+    EXPECT_LE(elapsed, 1100 + 400) << script << ": ms from the start to the return";
+  }
 }

@@ -170,6 +170,17 @@ TEST(Execute, TheTimeLimitEndsTheProgram)
   EXPECT_LT(result.elapsed, 20s);
 }
 
+TEST(Execute, TheMostNegativeTimeLimitEndsTheProgramAtOnce)
+{
+  ExecuteOptions options = child({"sleep", "60000"});
+  options.timeLimit = std::chrono::milliseconds::min();
+  options.drainPeriod = std::chrono::milliseconds::min();
+  options.gracePeriod = std::chrono::milliseconds::min();
+  const ExecuteResult result = execute(options);
+  EXPECT_EQ(result.outcome, Outcome::TimedOut);
+  EXPECT_LT(result.elapsed, 20s);
+}
+
 TEST(Execute, ACancellationEndsTheProgram)
 {
   TemporaryDirectory directory;

@@ -54,6 +54,11 @@ struct ExecuteOptions {
   // How long the processes have to end after being asked to (SIGTERM on
   // POSIX) before they are killed. Windows ends them at once.
   std::chrono::milliseconds gracePeriod{5000};
+  // How long captured streams are still read once the program has ended:
+  // a process it left behind may keep them open. When the period is over,
+  // the streams are closed and the result says that the output was cut.
+  // std::nullopt: read until every process has closed them.
+  std::optional<std::chrono::milliseconds> drainPeriod = std::chrono::milliseconds(200);
 };
 
 struct ExecuteResult {
@@ -77,6 +82,14 @@ struct ExecuteResult {
   std::string standardError;
   // True when a captured stream wrote more than the capture limit.
   bool outputTruncated = false;
+  // True when a captured stream was closed before every process had closed
+  // it: after the drain period, or once ending the processes was over (a
+  // process that left the group may keep a stream open for good).
+  bool outputCut = false;
+  // True when the program had ended on its own (`outcome` is Exited or
+  // Signalled) and processes it started were still running when the time
+  // limit or the cancellation came: those were ended.
+  bool descendantsEnded = false;
   std::chrono::milliseconds elapsed{0};
 };
 
@@ -86,9 +99,14 @@ struct ExecuteResult {
 // The program runs in a process group of its own (POSIX) or a job object
 // (Windows), so that ending it on cancellation or time limit ends every
 // process it started too: within 50 ms of either, the group is asked to end,
-// then killed after the grace period. Captured streams are read together,
-// so a program that fills both never blocks. The library's own descriptors
-// and handles are not inherited, and the program is always waited for.
+// then killed after the grace period. Once the program is reaped and the
+// group killed, the rest of the group is waited for 100 ms at most: a
+// process whose parent is slow to reap it has ended all the same. A program
+// that ends on its own keeps its status, even when the time limit or the
+// cancellation comes while processes it started still run. Captured streams
+// are read together, so a program that fills both never blocks. The
+// library's own descriptors and handles are not inherited, and the program
+// is always waited for.
 ORVAN_CORE_EXPORT ExecuteResult execute(const ExecuteOptions& options);
 
 // The command line that hands `arguments` to a Windows program unchanged

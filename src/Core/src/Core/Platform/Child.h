@@ -56,10 +56,19 @@ public:
   virtual void askToEnd() = 0;
   // Ends every process of the group at once.
   virtual void kill() = 0;
-  // True when no process of the group is left.
+  // True when no process of the group runs any more; a process that has
+  // ended but is not yet reaped (by whoever is its parent) does not count.
+  // When this process reaps orphans (a subreaper, or the first process of a
+  // namespace), it reaps those of the group here.
   virtual bool groupEnded() = 0;
 
-  // How the program ended; meaningful once pump has returned true.
+  // True once the program itself has ended and been reaped.
+  virtual bool programEnded() const = 0;
+  // Stops reading the captured pipes and closes them, whoever else holds
+  // their other end; true when one was still open.
+  virtual bool closeCaptured() = 0;
+
+  // How the program ended; meaningful once programEnded() is true.
   virtual ChildEnd end() const = 0;
 
 protected:

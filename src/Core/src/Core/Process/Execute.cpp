@@ -18,6 +18,12 @@ using Clock = std::chrono::steady_clock;
 // ended or been killed: nothing signals the end of a process group.
 constexpr std::chrono::milliseconds GROUP_CHECK_PERIOD{10};
 
+// How long the rest of the group and the captured pipes are waited for once
+// the program is reaped and its group killed. What is left then cannot be
+// ended from here: a zombie whose parent reaps late, or a descendant that
+// left the group and keeps a pipe open.
+constexpr std::chrono::milliseconds LAST_MOMENT{100};
+
 Platform::ChildStream toChildStream(StreamMode mode)
 {
   switch (mode) {
@@ -102,34 +108,78 @@ ExecuteResult execute(const ExecuteOptions& options)
   // The token wakes the pump at once; once the cancellation is seen, it is
   // watched no more (its signal stays raised).
   const Platform::WakeHandle wake = CancelationAccess::wakeHandle(options.token);
-  // Once ending, the program and its group are asked to end, then killed
-  // when the grace period is over; the loop lasts until none is left.
+  // Ending begins with the time limit or the cancellation: the group is
+  // asked to end, then killed when the grace period is over. `ending` holds
+  // the outcome when the program itself was still running then; otherwise
+  // its own status is reported.
+  bool endingBegun = false;
   std::optional<ExecuteResult::Outcome> ending;
   Clock::time_point killAt = Timing::NO_DEADLINE;
   bool killed = false;
-  bool ended = false;
+  // Once the program is reaped and its group killed, what is left cannot be
+  // ended from here: the rest of the group and the pipes get a last moment.
+  Clock::time_point lastMomentEnd = Timing::NO_DEADLINE;
+  Clock::time_point drainEnd = Timing::NO_DEADLINE;
+  bool drainStarted = false;
+  bool pipesClosed = false;
+  const auto cutOutput = [&] {
+    result.outputCut = child->closeCaptured() || result.outputCut;
+    pipesClosed = true;
+  };
   for (;;) {
     const Clock::time_point now = Clock::now();
-    if (!ending && isCancelRequested(options.token)) {
-      ending = ExecuteResult::Outcome::Cancelled;
-    } else if (!ending && now >= timeLimitEnd) {
-      ending = ExecuteResult::Outcome::TimedOut;
-    }
-    if (ending && killAt == Timing::NO_DEADLINE) {
+    const bool programEnded = child->programEnded();
+    if (!endingBegun && (isCancelRequested(options.token) || now >= timeLimitEnd)) {
+      endingBegun = true;
+      if (!programEnded) {
+        ending =
+            isCancelRequested(options.token) ? ExecuteResult::Outcome::Cancelled : ExecuteResult::Outcome::TimedOut;
+      } else {
+        result.descendantsEnded = !child->groupEnded();
+      }
       child->askToEnd();
       killAt = Timing::deadlineAfter(std::max(options.gracePeriod, std::chrono::milliseconds(0)));
     }
-    if (ending && !killed && Clock::now() >= killAt) {
+    if (programEnded && !drainStarted) {
+      drainStarted = true;
+      drainEnd = options.drainPeriod ? Timing::deadlineAfter(*options.drainPeriod) : Timing::NO_DEADLINE;
+    }
+    // With the program reaped and nothing of its group running, there is
+    // nothing left to kill (nor a signal to send to a group that may be
+    // gone): only processes that left the group may still hold the pipes.
+    if (endingBegun && !killed && now >= killAt) {
       child->kill();
       killed = true;
+    } else if (endingBegun && !killed && programEnded && child->groupEnded()) {
+      killed = true;
     }
+    if (killed && programEnded && lastMomentEnd == Timing::NO_DEADLINE) {
+      lastMomentEnd = Timing::deadlineAfter(LAST_MOMENT);
+    }
+    const Clock::time_point later = Clock::now();
+    if (!pipesClosed && (later >= drainEnd || later >= lastMomentEnd)) {
+      cutOutput();
+      if (!endingBegun) {
+        break;
+      }
+    }
+
     // The pump wakes for the program's output, its end and the token; the
-    // wait lasts until the next deadline.
-    const std::chrono::milliseconds wait = !ending           ? Timing::timeUntil(timeLimitEnd)
-                                           : ended || killed ? GROUP_CHECK_PERIOD
-                                                             : Timing::timeUntil(killAt);
-    ended = child->pump(wait, ending ? Platform::NO_WAKE : wake, sink);
-    if (ended && (!ending || child->groupEnded())) {
+    // wait lasts until the next deadline. While the group ends, nothing
+    // signals its end: it is looked at every few milliseconds.
+    Clock::time_point next = std::min(pipesClosed ? Timing::NO_DEADLINE : drainEnd, lastMomentEnd);
+    if (!endingBegun) {
+      next = std::min(next, timeLimitEnd);
+    } else if (!killed) {
+      next = std::min(next, killAt);
+    }
+    std::chrono::milliseconds wait = Timing::timeUntil(next);
+    if (endingBegun && programEnded && (wait.count() < 0 || wait > GROUP_CHECK_PERIOD)) {
+      wait = GROUP_CHECK_PERIOD;
+    }
+    const bool ended = child->pump(wait, endingBegun ? Platform::NO_WAKE : wake, sink);
+    if (ended && (!endingBegun || child->groupEnded() ||
+                  (lastMomentEnd != Timing::NO_DEADLINE && Clock::now() >= lastMomentEnd))) {
       break;
     }
   }
