@@ -83,11 +83,13 @@ LOG_READER = "LogFileReaderAllRecords"
 LOG_READER_AT_LEAST_MBPS = 200
 
 # Cancellation latencies, from the cancellation to the call's return: label,
-# benchmark, counter prefix, bound in milliseconds.
+# benchmark, counter prefix, bound in milliseconds and, where the same run
+# measures one, the counter prefix of the baseline.
+SLICED = "a wait in 50 ms slices that looks at a flag"
 LATENCIES = [
-    ("cancelling `execute` of `sleep 60`, 100 times", "ExecuteCancellationLatency", "execute", 50),
-    ("cancelling a blocked remote read, 100 times", "CancellationLatency", "read", 100),
-    ("cancelling a pending connection, 100 times", "CancellationLatency", "connect", 200),
+    ("cancelling `execute` of `sleep 60`, 100 times", "ExecuteCancellationLatency", "execute", 50, None),
+    ("cancelling a blocked remote read, 100 times", "CancellationLatency", "read", 5, "read_sliced"),
+    ("cancelling a pending connection, 100 times", "CancellationLatency", "connect", 5, "connect_sliced"),
 ]
 
 
@@ -187,18 +189,27 @@ def rows(medians):
     yield from throughput_row("`FileServer` to a `recv` client" + rounds, medians.get(FILE_SERVER, {}),
                               "fileserver_GBps", "socat_GBps", "`socat -u OPEN:file TCP-LISTEN:port`",
                               FILE_SERVER_AT_LEAST)
-    for label, figures, name, at_most in LATENCIES:
-        yield from latency_row(label, medians.get(figures, {}), name, at_most)
+    for label, figures, name, at_most, baseline in LATENCIES:
+        yield from latency_row(label, medians.get(figures, {}), name, at_most, baseline)
 
 
-def latency_row(label, figures, name, at_most_ms):
-    """Median and worst of 100 cancellations, against their bound."""
+def latency_row(label, figures, name, at_most_ms, baseline=None):
+    """Median and worst of 100 cancellations, against their bound; beside
+    them the baseline's, when it has one, and the ratio of the medians."""
     median, worst = figures.get(name + "_median_ms"), figures.get(name + "_worst_ms")
     target = f"worst at most {at_most_ms} ms"
     if median is None or worst is None:
-        yield label, "missing", "", "", target, None
+        yield label, "missing", "missing" if baseline else "", "", target, None
         return
-    yield (label, f"{median:.1f} ms median, {worst:.1f} ms worst", "", "", target, worst <= at_most_ms)
+    shown, ratio = "", ""
+    if baseline:
+        old_median, old_worst = figures.get(baseline + "_median_ms"), figures.get(baseline + "_worst_ms")
+        if old_median is None or old_worst is None:
+            yield label, f"{median:.1f} ms median, {worst:.1f} ms worst", "missing", "", target, None
+            return
+        shown = f"{old_median:.1f} ms median, {old_worst:.1f} ms worst ({SLICED})"
+        ratio = f"{median / old_median:.3f}"
+    yield (label, f"{median:.1f} ms median, {worst:.1f} ms worst", shown, ratio, target, worst <= at_most_ms)
 
 
 def throughput_row(label, figures, ours_name, baseline_name, baseline_label, at_least):
