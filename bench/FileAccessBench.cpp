@@ -10,12 +10,10 @@
 
 #include <Core/FileInfo.h>
 #include <Core/FileServer.h>
-#include <Core/Process/CancelationToken.h>
 #include <Core/StreamDiagnostics.h>
 #include <LoopbackFile.h>
 #include <LoopbackServer.h>
 #include <LoopbackSocket.h>
-#include <SilentListener_posix.h>
 
 #include <arpa/inet.h>
 #include <fcntl.h>
@@ -263,67 +261,6 @@ void FileServerSideBySide(benchmark::State& state)
   state.counters["ratio"] = socat / ours;
 }
 BENCHMARK(FileServerSideBySide)->Iterations(1)->UseRealTime()->Unit(benchmark::kMillisecond);
-
-// Milliseconds from a cancellation to the end of `wait`, which blocks until
-// the token is cancelled.
-template<class Wait>
-double cancellationLatency(Wait wait)
-{
-  Orvan::Core::Process::CancelationToken token;
-  std::chrono::steady_clock::time_point cancelled;
-  std::thread canceller([&] {
-    std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    cancelled = std::chrono::steady_clock::now();
-    token.requestCancel();
-  });
-  wait(token);
-  const auto ended = std::chrono::steady_clock::now();
-  canceller.join();
-  return std::chrono::duration<double, std::milli>(ended - cancelled).count();
-}
-
-void keepMedianAndWorst(benchmark::State& state, const std::string& name, std::vector<double> latencies)
-{
-  std::sort(latencies.begin(), latencies.end());
-  state.counters[name + "_median_ms"] = latencies[latencies.size() / 2];
-  state.counters[name + "_worst_ms"] = latencies.back();
-}
-
-// A blocked read and a pending connection, each cancelled 100 times.
-void CancellationLatency(benchmark::State& state)
-{
-  std::vector<double> reads;
-  std::vector<double> connections;
-  for (auto _ : state) {
-    Orvan::Testing::SilentListener silent(false);
-    const FileInfo quiet = Orvan::Testing::loopbackFile("bench.bin", silent.port());
-    for (int run = 0; run < 100; ++run) {
-      reads.push_back(cancellationLatency([&quiet](const Orvan::Core::Process::CancelationToken& token) {
-        FileInfo::StreamOptions options;
-        options.token = &token;
-        const auto stream = quiet.makeStream(options);
-        char byte = 0;
-        stream->get(byte);
-      }));
-    }
-    Orvan::Testing::SilentListener full(true);
-    const FileInfo hanging = Orvan::Testing::loopbackFile("bench.bin", full.port());
-    for (int run = 0; run < 100; ++run) {
-      connections.push_back(cancellationLatency([&hanging](const Orvan::Core::Process::CancelationToken& token) {
-        FileInfo::StreamOptions options;
-        options.token = &token;
-        try {
-          hanging.makeStream(options);
-        } catch (const std::exception&) {
-          // cancelled, as expected
-        }
-      }));
-    }
-  }
-  keepMedianAndWorst(state, "read", reads);
-  keepMedianAndWorst(state, "connect", connections);
-}
-BENCHMARK(CancellationLatency)->Iterations(1)->UseRealTime()->Unit(benchmark::kMillisecond);
 
 const char* const TEXT_FORM_PATTERN = "^((?:[A-Za-z]:)?[^@:]*)(?:@([^:]*):([0-9]+)(?:&timeout=([0-9]+))?)?$";
 

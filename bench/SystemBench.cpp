@@ -127,36 +127,6 @@ void SpawnPipeAndRead(benchmark::State& state)
 }
 BENCHMARK(SpawnPipeAndRead)->Repetitions(REPETITIONS)->ReportAggregatesOnly(true)->UseRealTime();
 
-// From the cancellation to execute's return, for a program that sleeps: the
-// median and the worst of 100.
-void ExecuteCancellationLatency(benchmark::State& state)
-{
-  std::vector<double> latencies;
-  for (auto _ : state) {
-    latencies.clear();
-    for (int run = 0; run < 100; ++run) {
-      Orvan::Core::Process::CancelationToken token;
-      Orvan::Core::Process::ExecuteOptions options;
-      options.arguments = {"sleep", "60"};
-      options.token = &token;
-      std::chrono::steady_clock::time_point cancelled;
-      std::thread canceller([&] {
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
-        cancelled = std::chrono::steady_clock::now();
-        token.requestCancel();
-      });
-      Orvan::Core::Process::execute(options);
-      const auto returned = std::chrono::steady_clock::now();
-      canceller.join();
-      latencies.push_back(std::chrono::duration<double, std::milli>(returned - cancelled).count());
-    }
-  }
-  std::sort(latencies.begin(), latencies.end());
-  state.counters["execute_median_ms"] = latencies[latencies.size() / 2];
-  state.counters["execute_worst_ms"] = latencies.back();
-}
-BENCHMARK(ExecuteCancellationLatency)->Iterations(1)->UseRealTime();
-
 } // namespace
 
 int main(int argc, char** argv)

@@ -85,26 +85,24 @@ LOG_READER = "LogFileReaderAllRecords"
 LOG_READER_AT_LEAST_MBPS = 200
 
 # Cancellation latencies, from the cancellation to the call's return: label,
-# benchmark, counter prefix, bound in milliseconds.
+# benchmark, counter prefix, bound in milliseconds, and the baseline measured
+# in the same run (benchmark, counter prefix, what it is), when there is one.
+SLICED = "a wait in 50 ms slices that looks at a flag"
+EVERY_10_MS = "token looked at every 10 ms"
 LATENCIES = [
-    ("cancelling `execute` of `sleep 60`, 100 times", "ExecuteCancellationLatency", "execute", 50),
-    ("cancelling a blocked remote read, 100 times", "CancellationLatency", "read", 100),
-    ("cancelling a pending connection, 100 times", "CancellationLatency", "connect", 200),
-]
-
-# Cancellation latencies beside a reference loop of the replaced design, which
-# looked at the token every 10 ms: label, benchmark and counter prefix of
-# ours, of the baseline, the baseline's label, bound in milliseconds.
-LATENCIES_AGAINST_BASELINE = [
-    ("cancelling `execute` of `sleep 10`, SIGTERM honoured, 100 times", "ExecuteCancelToReturn", "execute",
-     "OldDesignCancelToReturn", "old_design", "token looked at every 10 ms", 5),
+    ("cancelling `execute` of `sleep 10`, SIGTERM honoured, 100 times", "ExecuteCancelToReturn", "execute", 5,
+     ("OldDesignCancelToReturn", "old_design", EVERY_10_MS)),
+    ("cancelling a blocked remote read, 100 times", "CancellationLatency", "read", 5,
+     ("CancellationLatency", "read_sliced", SLICED)),
+    ("cancelling a pending connection, 100 times", "CancellationLatency", "connect", 5,
+     ("CancellationLatency", "connect_sliced", SLICED)),
 ]
 
 # Wake-ups of the calling thread (voluntary context switches) over a whole
 # run: label, ours, baseline, the baseline's label, bound.
 WAKE_UPS = [
     ("idle `execute` of `sleep 10` with a token and a time limit: wake-ups", "IdleExecuteWakeUps",
-     "OldDesignIdleWakeUps", "token looked at every 10 ms", 10),
+     "OldDesignIdleWakeUps", EVERY_10_MS, 10),
 ]
 
 
@@ -204,29 +202,30 @@ def rows(medians):
     yield from throughput_row("`FileServer` to a `recv` client" + rounds, medians.get(FILE_SERVER, {}),
                               "fileserver_GBps", "socat_GBps", "`socat -u OPEN:file TCP-LISTEN:port`",
                               FILE_SERVER_AT_LEAST)
-    for label, figures, name, at_most in LATENCIES:
-        yield from latency_row(label, medians.get(figures, {}), name, at_most)
-    for label, ours, name, baseline, baseline_name, baseline_label, at_most in LATENCIES_AGAINST_BASELINE:
-        yield from latency_row(label, medians.get(ours, {}), name, at_most,
-                               medians.get(baseline, {}), baseline_name, baseline_label)
+    for label, figures, name, at_most, baseline in LATENCIES:
+        baseline_figures = medians.get(baseline[0], {}) if baseline else None
+        yield from latency_row(label, medians.get(figures, {}), name, at_most, baseline_figures,
+                               *(baseline[1:] if baseline else ()))
     for label, ours, baseline, baseline_label, at_most in WAKE_UPS:
         yield from wake_up_row(label, medians.get(ours, {}), medians.get(baseline, {}), baseline_label, at_most)
 
 
 def latency_row(label, figures, name, at_most_ms, baseline=None, baseline_name="", baseline_label=""):
-    """Median and worst of 100 cancellations, against their bound; the
-    baseline's, when given, beside them."""
+    """Median and worst of 100 cancellations, against their bound; beside
+    them the baseline's, when there is one, and the ratio of the medians."""
     median, worst = figures.get(name + "_median_ms"), figures.get(name + "_worst_ms")
     target = f"worst at most {at_most_ms} ms"
-    shown = ""
+    shown, ratio = "", ""
     if baseline is not None:
         old_median, old_worst = baseline.get(baseline_name + "_median_ms"), baseline.get(baseline_name + "_worst_ms")
         shown = "missing" if old_median is None or old_worst is None else \
             f"{old_median:.1f} ms median, {old_worst:.1f} ms worst ({baseline_label})"
+        if median is not None and old_median:
+            ratio = f"{median / old_median:.3f}"
     if median is None or worst is None:
         yield label, "missing", shown, "", target, None
         return
-    yield (label, f"{median:.1f} ms median, {worst:.1f} ms worst", shown, "", target, worst <= at_most_ms)
+    yield (label, f"{median:.1f} ms median, {worst:.1f} ms worst", shown, ratio, target, worst <= at_most_ms)
 
 
 def wake_up_row(label, figures, baseline, baseline_label, at_most):

@@ -646,3 +646,77 @@ TEST_F(MakeStream, AtEndModeStartsAtTheEndOfALocalFileAsAFileStreamDoes)
   stream->seekg(0);
   EXPECT_EQ(readAll(*stream), "twelve bytes");
 }
+
+namespace {
+
+// The library's policy, which also tells when it has been asked: the pause
+// before the next attempt follows at once.
+struct SignallingRetry : TimeoutRetry {
+  using TimeoutRetry::TimeoutRetry;
+
+  bool operator()(const FileInfo& finfo, const Orvan::Utils::Timer<std::chrono::system_clock>& timer) override
+  {
+    const bool again = TimeoutRetry::operator()(finfo, timer);
+    ++asked;
+    return again;
+  }
+
+  std::atomic<int> asked{0};
+};
+
+} // namespace
+
+TEST_F(MakeStream, CancellingThePolicysTokenEndsThePauseBetweenAttempts)
+{
+  const RefusingPort server;
+  CancelationToken token;
+  SignallingRetry policy(&token);
+  FileInfo finfo = loopbackFile("data.bin", server.port(), 600);
+  finfo.retry = &policy;
+  // Cancelled once the policy has allowed a second attempt: the connection
+  // is refused at once, so the pause is under way or about to start.
+  std::thread canceller([&] {
+    Orvan::Testing::waitFor([&] { return policy.asked.load() > 0; });
+    token.requestCancel();
+  });
+  std::error_code error;
+  try {
+    finfo.makeStream(std::ios::in);
+  } catch (const std::system_error& failure) {
+    error = failure.code();
+  }
+  canceller.join();
+  EXPECT_EQ(error.value(), Orvan::Testing::Loopback::connectionRefusedCode()) << error.message();
+  // The attempt after the pause is refused too, and the policy, asked again,
+  // gives up on the cancellation instead of retrying for ten minutes.
+  EXPECT_EQ(policy.asked.load(), 2);
+  EXPECT_EQ(events->ids(), (std::vector<std::uint32_t>{Events::CONNECTING, Events::CONNECTING,
+                                                       Events::CANCELLED_CONNECTION, Events::FAILED_TO_CONNECT}));
+}
+
+TEST_F(MakeStream, CancellingTheHostsTokenEndsThePauseBetweenAttempts)
+{
+  const RefusingPort server;
+  CancelationToken token;
+  // The host's token is not the policy's: only the stream's options know of
+  // it, and no attempt follows its cancellation.
+  SignallingRetry policy;
+  FileInfo finfo = loopbackFile("data.bin", server.port(), 600);
+  finfo.retry = &policy;
+  FileInfo::StreamOptions options;
+  options.token = &token;
+  std::thread canceller([&] {
+    Orvan::Testing::waitFor([&] { return policy.asked.load() > 0; });
+    token.requestCancel();
+  });
+  std::error_code error;
+  try {
+    finfo.makeStream(options);
+  } catch (const std::system_error& failure) {
+    error = failure.code();
+  }
+  canceller.join();
+  EXPECT_EQ(error.value(), Orvan::Testing::Loopback::connectionRefusedCode()) << error.message();
+  EXPECT_LE(policy.asked.load(), 2);
+  EXPECT_EQ(events->ids().back(), Events::FAILED_TO_CONNECT);
+}

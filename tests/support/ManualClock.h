@@ -2,7 +2,7 @@
 
 #include "WaitFor.h"
 
-#include <Core/Timing/WorkerClock.h>
+#include <Timing/WorkerClock.h>
 
 #include <algorithm>
 #include <atomic>

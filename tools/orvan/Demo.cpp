@@ -229,12 +229,11 @@ int demoCommand(const std::vector<std::string>& words)
       // starts, and the runner must give up on it within its wait cycles.
       const std::string command =
           Platform::quoteCommandLine({self, "serve", toString(source), "--port", "0", "--quiet"});
+      // Ctrl-C cancels it at once, through the link.
       Core::Process::CancelationToken childToken;
+      const Core::Process::CancelationLink interrupted(&ctrlC.token, childToken);
       std::thread canceller([&] {
-        const auto until = std::chrono::steady_clock::now() + std::chrono::seconds(1);
-        while (std::chrono::steady_clock::now() < until && !ctrlC.token.isCancelRequested()) {
-          std::this_thread::sleep_for(std::chrono::milliseconds(20));
-        }
+        childToken.waitFor(std::chrono::seconds(1));
         childToken.requestCancel();
       });
       const Utils::Chronometer chronometer;

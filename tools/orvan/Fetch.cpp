@@ -204,30 +204,33 @@ FetchOutcome fetchFile(const Core::FileInfo& finfo, const std::filesystem::path&
     counter = std::make_shared<Progression::ProcessProgressionLinearUnknownSteps>();
   }
 
+  // Ctrl-C ends the transfer through a link; --max-time through a timer
+  // that sleeps on a token until the time is up or the fetch is over.
   Core::Process::CancelationToken transfer;
+  const Core::Process::CancelationLink ctrlC(&token, transfer);
   std::atomic<bool> outOfTime{false};
-  std::atomic<bool> finished{false};
-  std::thread watcher([&] {
-    const auto end = limits.maxTime ? std::chrono::steady_clock::now() + *limits.maxTime
-                                    : std::chrono::steady_clock::time_point::max();
-    while (!finished.load()) {
-      if (token.isCancelRequested() || std::chrono::steady_clock::now() >= end) {
+  Core::Process::CancelationToken finished;
+  std::thread timer;
+  if (limits.maxTime) {
+    const std::chrono::milliseconds maxTime = *limits.maxTime;
+    timer = std::thread([&finished, &transfer, &outOfTime, &token, maxTime] {
+      if (!finished.waitFor(maxTime)) {
         outOfTime = !token.isCancelRequested();
         transfer.requestCancel();
-        return;
       }
-      std::this_thread::sleep_for(std::chrono::milliseconds(20));
-    }
-  });
-  struct WatcherStop {
-    std::atomic<bool>& finished;
-    std::thread& watcher;
-    ~WatcherStop()
+    });
+  }
+  struct TimerStop {
+    Core::Process::CancelationToken& finished;
+    std::thread& timer;
+    ~TimerStop()
     {
-      finished = true;
-      watcher.join();
+      finished.requestCancel();
+      if (timer.joinable()) {
+        timer.join();
+      }
     }
-  } watcherStop{finished, watcher};
+  } timerStop{finished, timer};
 
   try {
     Sink sink(output);

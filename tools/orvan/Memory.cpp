@@ -7,29 +7,12 @@
 #include <iomanip>
 #include <optional>
 #include <sstream>
-#include <thread>
 
 namespace Orvan::Tool {
 
 namespace Logging = Core::Logging;
 
 namespace {
-
-// Waits `pause`, in short slices so that Ctrl-C is noticed at once; false
-// once cancelled.
-bool pauseUnlessCancelled(std::chrono::milliseconds pause, const Core::Process::CancelationToken& token)
-{
-  const auto end = std::chrono::steady_clock::now() + pause;
-  while (!token.isCancelRequested()) {
-    const auto now = std::chrono::steady_clock::now();
-    if (now >= end) {
-      return true;
-    }
-    std::this_thread::sleep_for(
-        std::min<std::chrono::steady_clock::duration>(end - now, std::chrono::milliseconds(20)));
-  }
-  return false;
-}
 
 const char* const MEMORY_HELP =
     "Usage: orvan memory [options]\n"
@@ -95,7 +78,8 @@ int memoryCommand(const std::vector<std::string>& words)
   // the same function.
   for (std::uint64_t printed = 0; wanted == 0 || printed < wanted; ++printed) {
     if (printed > 0) {
-      if (!pauseUnlessCancelled(*watch, ctrlC.token)) {
+      // Ctrl-C ends the pause at once.
+      if (ctrlC.token.waitFor(*watch)) {
         break;
       }
       Console::instance().result("");

@@ -6,6 +6,7 @@
 #include <Core/Logging/LevelLogger.h>
 #include <Core/Logging/MemorySpy.h>
 #include <ManualClock.h>
+#include <Timing/ClockOverride.h>
 #include <Utils/CoreAssert.h>
 #include <WaitFor.h>
 
@@ -25,6 +26,7 @@ using Orvan::Core::Logging::formatMemoryUsage;
 using Orvan::Core::Logging::LoggingType;
 using Orvan::Core::Logging::MemorySpy;
 using Orvan::Core::Logging::MemoryUsageCapture;
+using Orvan::Core::Timing::ClockOverride;
 using Orvan::Testing::isMemorySample;
 using Orvan::Testing::ManualClock;
 using Orvan::Testing::waitFor;
@@ -156,7 +158,8 @@ TEST(MemorySpy, TakesItsFirstSampleRightAfterStart)
 {
   const auto clock = std::make_shared<ManualClock>();
   SampleRecorder logger;
-  MemorySpy spy(logger, 1h, clock);
+  MemorySpy spy(logger, 1h);
+  ClockOverride::use(spy, clock);
   spy.start();
   // Pausing, with the clock where it was at the start.
   ASSERT_TRUE(clock->waitUntilSettled(1));
@@ -186,7 +189,8 @@ TEST(MemorySpy, WakeUpDuringAPauseSamplesAtOnceAndTheNextSampleFollowsAFullPerio
   const auto period = 1500ms;
   const auto clock = std::make_shared<ManualClock>();
   SampleRecorder logger;
-  MemorySpy spy(logger, period, clock);
+  MemorySpy spy(logger, period);
+  ClockOverride::use(spy, clock);
   spy.start();
   ASSERT_TRUE(clock->waitUntilSettled(1));
   clock->advance(500ms);
@@ -226,7 +230,8 @@ TEST(MemorySpy, DestroyingAWaitingSpyReturnsPromptly)
 {
   const auto clock = std::make_shared<ManualClock>();
   SampleRecorder logger;
-  auto spy = std::make_unique<MemorySpy>(logger, 1h, clock);
+  auto spy = std::make_unique<MemorySpy>(logger, 1h);
+  ClockOverride::use(*spy, clock);
   spy->start();
   ASSERT_TRUE(clock->waitUntilSettled(1));
   // The clock stays where it is: only the stop can end the pause.
@@ -301,7 +306,8 @@ TEST(MemorySpy, HugePeriodsSampleOnlyAtStartAndOnWakeUp)
        {std::chrono::milliseconds::max(), std::chrono::milliseconds(std::chrono::hours(24 * 365 * 300))}) {
     const auto clock = std::make_shared<ManualClock>();
     SampleRecorder logger;
-    MemorySpy spy(logger, period, clock);
+    MemorySpy spy(logger, period);
+    ClockOverride::use(spy, clock);
     spy.start();
     ASSERT_TRUE(clock->waitUntilSettled(1));
     ASSERT_EQ(logger.count(), 1u);

@@ -1,11 +1,14 @@
 #include "Network/SocketStream.h"
 
+#include <Core/Process/CancelationToken.h>
 #include <LoopbackServer.h>
 #include <OutputCapture.h>
+#include <WaitFor.h>
 
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <chrono>
 #include <cstring>
 #include <iostream>
 #include <istream>
@@ -19,14 +22,17 @@
 #include <type_traits>
 #include <vector>
 
+using Orvan::Core::Process::CancelationToken;
 using Orvan::Network::basic_instream;
 using Orvan::Network::basic_netbuf;
+using Orvan::Network::StreamLimits;
 using Orvan::Testing::LoopbackServer;
 using Orvan::Testing::OutputCapture;
 using Orvan::Testing::Peer;
 using Orvan::Testing::RefusingPort;
 using Orvan::Testing::withPlainLineEnds;
 using Stream = basic_instream<char>;
+using namespace std::chrono_literals;
 
 namespace {
 
@@ -239,4 +245,49 @@ TEST(SocketStream, ReadLinesLeaveTheHostsNumbersDecimalAndStayWhole)
   }
   EXPECT_TRUE(hostLines == expected) << "host output altered: " << hostLines.substr(0, 400);
   EXPECT_EQ(std::cout.flags(), std::ios_base::dec | std::ios_base::skipws);
+}
+
+TEST(SocketStream, CancellingTheTokenEndsAReadWithoutTimeLimit)
+{
+  std::atomic<bool> released{false};
+  LoopbackServer server([&](Peer&) { Orvan::Testing::waitFor([&] { return released.load(); }, 120s); });
+  CancelationToken token;
+  StreamLimits limits;
+  limits.token = &token;
+  Stream stream("127.0.0.1", server.port(), limits);
+  stream.exceptions(std::ios::badbit);
+  // Cancelled once the server holds the connection, from another thread:
+  // the read waits for a byte that never comes, with no time limit.
+  std::thread canceller([&] {
+    Orvan::Testing::waitFor([&] { return server.accepted() > 0; });
+    token.requestCancel();
+  });
+  std::error_code error;
+  try {
+    stream.get();
+  } catch (const std::system_error& failure) {
+    error = failure.code();
+  }
+  canceller.join();
+  released = true;
+  EXPECT_EQ(error, std::make_error_code(std::errc::operation_canceled));
+}
+
+TEST(SocketStream, TheConnectTokenDoesNotEndARead)
+{
+  std::atomic<bool> released{false};
+  LoopbackServer server([&](Peer& peer) {
+    Orvan::Testing::waitFor([&] { return released.load(); }, 120s);
+    peer.send("late");
+  });
+  CancelationToken connectToken;
+  StreamLimits limits;
+  limits.connectToken = &connectToken;
+  limits.idleTimeout = 120s;
+  Stream stream("127.0.0.1", server.port(), limits);
+  connectToken.requestCancel();
+  released = true;
+  std::string received;
+  std::getline(stream, received);
+  EXPECT_EQ(received, "late");
 }

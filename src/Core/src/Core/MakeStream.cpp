@@ -19,7 +19,6 @@
 #include <sstream>
 #include <string>
 #include <system_error>
-#include <thread>
 
 namespace Orvan::Core {
 
@@ -117,16 +116,6 @@ Network::StreamLimits attemptLimits(const FileInfo& finfo, const Network::Stream
   return attempt;
 }
 
-// Sleeps for `pause`, or less once connecting is cancelled.
-void pauseUnlessCancelled(std::chrono::milliseconds pause, const Network::StreamLimits& limits)
-{
-  const auto end = std::chrono::steady_clock::now() + pause;
-  for (auto now = std::chrono::steady_clock::now(); now < end && !limits.connectingCancelled();
-       now = std::chrono::steady_clock::now()) {
-    std::this_thread::sleep_for(std::min<std::chrono::steady_clock::duration>(end - now, Timing::CANCEL_CHECK_PERIOD));
-  }
-}
-
 // Connects, retrying under the descriptor's policy with a pause between
 // attempts. Only failures of the socket itself are retried; a failed start-up
 // or name resolution ends the attempt at once. An attempt that hangs (a
@@ -152,7 +141,9 @@ std::unique_ptr<std::istream> connectRemote(const FileInfo& finfo, Network::Stre
       // The policy decides, but no attempt follows a cancellation of the
       // host's token, which the policy may not know of.
       if (finfo.retry != nullptr && (*finfo.retry)(finfo, timer) && !limits.connectingCancelled()) {
-        pauseUnlessCancelled(Timing::CONNECT_RETRY_PAUSE, limits);
+        // The pause ends at once when either token is cancelled; a pending
+        // next attempt is then given up at once, and the policy hears of it.
+        Network::ConnectingCancelation(limits).waitFor(Timing::CONNECT_RETRY_PAUSE);
         continue;
       }
       Event::reportCoreEvent(Logging::LoggingType::Error, Event::FAILED_TO_CONNECT,

@@ -3,8 +3,9 @@
 #include <AssertRecorder.h>
 #include <Core/Process/Progression/ProcessProgressionLinear.h>
 #include <Core/Process/Progression/ProgressionObserver.h>
-#include <Core/Timing/WorkerClock.h>
 #include <ManualClock.h>
+#include <Timing/ClockOverride.h>
+#include <Timing/WorkerClock.h>
 #include <WaitFor.h>
 
 #include <gtest/gtest.h>
@@ -31,9 +32,12 @@ namespace {
 class UnstartedObserver : public ProgressionObserver {
 public:
   UnstartedObserver(std::weak_ptr<ProgressionObservable> observable, unsigned int period,
-                    std::shared_ptr<Orvan::Core::Timing::WorkerClock> clock = Orvan::Core::Timing::steadyWorkerClock())
-      : ProgressionObserver(std::move(observable), period, DeferredStart{}, std::move(clock))
+                    std::shared_ptr<Orvan::Core::Timing::WorkerClock> clock = nullptr)
+      : ProgressionObserver(std::move(observable), period, DeferredStart{})
   {
+    if (clock != nullptr) {
+      Orvan::Core::Timing::ClockOverride::use(*this, std::move(clock));
+    }
   }
 
   ~UnstartedObserver() override { stopObserving(); }

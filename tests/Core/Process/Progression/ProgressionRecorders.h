@@ -5,10 +5,11 @@
 #include <Core/Process/Progression/ProcessProgressionTreeNode.h>
 #include <Core/Process/Progression/ProgressionObservable.h>
 #include <Core/Process/Progression/ProgressionObserver.h>
-#include <Core/Timing/WorkerClock.h>
 #include <EventRecorder.h>
 #include <FacadeReset.h>
 #include <RecordingLogger.h>
+#include <Timing/ClockOverride.h>
+#include <Timing/WorkerClock.h>
 #include <WaitFor.h>
 
 #include <chrono>
@@ -110,9 +111,12 @@ public:
   };
 
   RecordingObserver(std::weak_ptr<Progression::ProgressionObservable> observable, unsigned int period,
-                    std::shared_ptr<Core::Timing::WorkerClock> clock = Core::Timing::steadyWorkerClock())
-      : ProgressionObserver(std::move(observable), period, DeferredStart{}, std::move(clock))
+                    std::shared_ptr<Core::Timing::WorkerClock> clock = nullptr)
+      : ProgressionObserver(std::move(observable), period, DeferredStart{})
   {
+    if (clock != nullptr) {
+      Core::Timing::ClockOverride::use(*this, std::move(clock));
+    }
     startObserving();
   }
 

@@ -2,7 +2,6 @@
 
 #include <Core/Export.h>
 #include <Core/Logging/Logger.h>
-#include <Core/Timing/WorkerClock.h>
 
 #include <chrono>
 #include <cstdint>
@@ -11,6 +10,7 @@
 
 namespace Orvan::Core::Timing {
 class PeriodicWorker;
+struct ClockOverride;
 } // namespace Orvan::Core::Timing
 
 namespace Orvan::Core::Logging {
@@ -55,9 +55,6 @@ public:
   // A period of zero or less samples back to back.
   MemorySpy(Logger& logger, std::chrono::milliseconds period);
 
-  // The same spy, pausing on `clock` rather than on the steady clock: a test
-  // moves that clock by hand to end a pause.
-  MemorySpy(Logger& logger, std::chrono::milliseconds period, std::shared_ptr<Timing::WorkerClock> clock);
   MemorySpy(const MemorySpy&) = delete;
   MemorySpy& operator=(const MemorySpy&) = delete;
 
@@ -77,6 +74,9 @@ public:
   static MemoryUsageCapture captureMemoryUsage();
 
 private:
+  // Lets the library's tests pause the spy on a clock they move by hand.
+  friend struct Timing::ClockOverride;
+
   void samplingLoop();
 
   Logger& logger;

@@ -4,6 +4,7 @@
 #include <Core/Process/CancelationToken.h>
 #include <Core/StreamDiagnostics.h>
 
+#include "Process/CancelationState.h"
 #include "Timing/Deadline.h"
 
 #include <cstring>
@@ -37,16 +38,16 @@ void writeWhole(std::ostream& stream, const std::string& text)
 // up. A connection given up keeps the error the system has for it, if any.
 Platform::ConnectProgress awaitWithin(Platform::SocketHandle socket, const StreamLimits& limits, int& code)
 {
-  using Clock = std::chrono::steady_clock;
-  const bool watchesToken = limits.token != nullptr || limits.connectToken != nullptr;
+  const ConnectingCancelation cancelation(limits);
   for (;;) {
     const bool cancelled = limits.connectingCancelled();
-    const bool expired = !cancelled && Clock::now() >= limits.deadline;
+    const std::chrono::milliseconds left = Core::Timing::timeUntil(limits.deadline);
+    const bool expired = !cancelled && left.count() == 0;
     const bool givingUp = cancelled || expired;
     // Once given up, one last look without waiting: a connection made or
     // refused meanwhile is reported as such.
-    const Platform::ConnectProgress progress = Platform::awaitConnection(
-        socket, givingUp ? std::chrono::milliseconds(0) : Core::Timing::nextWait(limits.deadline, watchesToken));
+    const Platform::ConnectProgress progress =
+        Platform::awaitConnection(socket, givingUp ? std::chrono::milliseconds(0) : left, cancelation.wakeHandle());
     if (progress != Platform::ConnectProgress::Pending) {
       code = Platform::lastSocketError();
       return progress;
@@ -106,6 +107,23 @@ std::string endpoint(const std::string& address, std::uint16_t port)
 bool StreamLimits::connectingCancelled() const
 {
   return Core::Process::isCancelRequested(token) || Core::Process::isCancelRequested(connectToken);
+}
+
+ConnectingCancelation::ConnectingCancelation(const StreamLimits& limits)
+    : watched(limits.token != nullptr || limits.connectToken != nullptr)
+    , fromToken(limits.token, either)
+    , fromConnectToken(limits.connectToken, either)
+{
+}
+
+Core::Platform::WakeHandle ConnectingCancelation::wakeHandle() const
+{
+  return watched ? Core::Process::CancelationAccess::wakeHandle(&either) : Core::Platform::NO_WAKE;
+}
+
+bool ConnectingCancelation::waitFor(std::chrono::milliseconds period) const
+{
+  return either.waitFor(period);
 }
 
 template<class CharT, class Traits, std::size_t BUFFER_SIZE>
@@ -171,20 +189,21 @@ basic_netbuf<CharT, Traits, BUFFER_SIZE>::~basic_netbuf()
 template<class CharT, class Traits, std::size_t BUFFER_SIZE>
 void basic_netbuf<CharT, Traits, BUFFER_SIZE>::awaitData()
 {
-  using Clock = std::chrono::steady_clock;
-  const Clock::time_point idleEnd =
-      limits.idleTimeout.count() > 0 ? Core::Timing::deadlineAfter(limits.idleTimeout) : Clock::time_point::max();
+  const Core::Timing::Clock::time_point idleEnd =
+      limits.idleTimeout.count() > 0 ? Core::Timing::deadlineAfter(limits.idleTimeout) : Core::Timing::NO_DEADLINE;
+  const Platform::WakeHandle wake = Core::Process::CancelationAccess::wakeHandle(limits.token);
   for (;;) {
     if (Core::Process::isCancelRequested(limits.token)) {
       throw std::system_error(std::make_error_code(std::errc::operation_canceled),
                               "Reading from " + endpoint(address, port) + " was cancelled");
     }
-    if (Clock::now() >= idleEnd) {
+    const std::chrono::milliseconds left = Core::Timing::timeUntil(idleEnd);
+    if (left.count() == 0) {
       throw std::system_error(std::make_error_code(std::errc::timed_out),
                               "No data from " + endpoint(address, port) + " for " +
                                   std::to_string(limits.idleTimeout.count()) + " ms");
     }
-    const int ready = Platform::waitReadable(socket, Core::Timing::nextWait(idleEnd, limits.token != nullptr));
+    const int ready = Platform::waitReadable(socket, left, wake);
     if (ready > 0) {
       return;
     }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <Core/Export.h>
+#include <Core/Process/CancelationToken.h>
 
 #include "Platform/Socket.h"
 
@@ -13,10 +14,6 @@
 
 // A remote file read over TCP: the client connects, sends nothing and reads
 // until the server closes the connection.
-namespace Orvan::Core::Process {
-class CancelationToken;
-}
-
 namespace Orvan::Network {
 
 inline constexpr std::size_t NETBUF_SIZE = 1048576;
@@ -37,6 +34,28 @@ struct StreamLimits {
 
   // Whether either token asks a pending connection to end.
   bool connectingCancelled() const;
+};
+
+// What connecting waits on: one token, cancelled as soon as either of the
+// limits' tokens is, so that a wait watches one wake signal whatever the
+// number of tokens. The limits' tokens must outlive it.
+class ConnectingCancelation {
+public:
+  explicit ConnectingCancelation(const StreamLimits& limits);
+
+  // The wake signal to wait on beside the socket; NO_WAKE when the limits
+  // have no token.
+  Core::Platform::WakeHandle wakeHandle() const;
+
+  // Waits at most `period` (negative: without limit); true when connecting
+  // was cancelled.
+  bool waitFor(std::chrono::milliseconds period) const;
+
+private:
+  bool watched;
+  Core::Process::CancelationToken either;
+  Core::Process::CancelationLink fromToken;
+  Core::Process::CancelationLink fromConnectToken;
 };
 
 // A stream buffer that owns one connected TCP socket and refills its get area

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "Platform/WakeSignal.h"
+
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
@@ -31,11 +33,13 @@ SocketHandle openSocket(const addrinfo& address);
 // Connecting without blocking, so that the caller decides how long to wait:
 // startConnecting switches the socket to non-blocking mode and starts the
 // connection; awaitConnection waits for it at most `wait` (a negative wait
-// has no limit), and puts the socket back in blocking mode once the
-// connection is made. On Failed, lastSocketError() tells why.
+// has no limit) or until `wake` is raised (NO_WAKE: never), and puts the
+// socket back in blocking mode once the connection is made. A wait that
+// ends without an outcome is Pending. On Failed, lastSocketError() tells
+// why.
 enum class ConnectProgress { Connected, Pending, Failed };
 ConnectProgress startConnecting(SocketHandle socket, const addrinfo& address);
-ConnectProgress awaitConnection(SocketHandle socket, std::chrono::milliseconds wait);
+ConnectProgress awaitConnection(SocketHandle socket, std::chrono::milliseconds wait, WakeHandle wake = NO_WAKE);
 
 // The error the system holds for a connection still in progress (for
 // instance a host reported unreachable while the request is repeated), or
@@ -48,9 +52,10 @@ extern const int CONNECT_TIMED_OUT;
 extern const int CONNECT_CANCELLED;
 
 // Waits at most `wait` (negative: without limit) for the socket to have
-// data, an end or an error to read: 1 when it has, 0 when the wait ran out
-// (or a signal ended it), -1 on failure.
-int waitReadable(SocketHandle socket, std::chrono::milliseconds wait);
+// data, an end or an error to read, or for `wake` to be raised (NO_WAKE:
+// never): 1 when the socket has something, 0 when the wait ended without
+// it (its time ran out, `wake` was raised or a signal came), -1 on failure.
+int waitReadable(SocketHandle socket, std::chrono::milliseconds wait, WakeHandle wake = NO_WAKE);
 
 // The number of bytes received, 0 when the peer has closed the connection
 // in order, negative on failure.

@@ -1,7 +1,5 @@
 #pragma once
 
-#include "Timing/Periods.h"
-
 #include <algorithm>
 #include <chrono>
 #include <climits>
@@ -81,18 +79,6 @@ inline unsigned long waitTimeoutMilliseconds(Clock::time_point deadline)
   return left.count() < 0
              ? 0xFFFFFFFFUL
              : static_cast<unsigned long>(std::min<std::chrono::milliseconds::rep>(left.count(), 0xFFFFFFFEL));
-}
-
-// How long one wait may last on the way to `deadline`: until it (negative:
-// no limit when it is NO_DEADLINE), and no longer than a token check period
-// when `watchingToken`, so that a cancellation is noticed.
-inline std::chrono::milliseconds nextWait(Clock::time_point deadline, bool watchingToken)
-{
-  std::chrono::milliseconds wait = timeUntil(deadline);
-  if (watchingToken) {
-    wait = wait.count() < 0 ? CANCEL_CHECK_PERIOD : std::min(wait, CANCEL_CHECK_PERIOD);
-  }
-  return wait;
 }
 
 } // namespace Orvan::Core::Timing

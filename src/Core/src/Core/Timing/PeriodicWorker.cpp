@@ -1,5 +1,7 @@
 #include "Timing/PeriodicWorker.h"
 
+#include <Utils/CoreAssert.h>
+
 #include "Timing/Deadline.h"
 
 #include <utility>
@@ -26,13 +28,27 @@ PeriodicWorker::Lock PeriodicWorker::lock()
   return Lock(mutex);
 }
 
+void PeriodicWorker::useClock(std::shared_ptr<WorkerClock> replacement)
+{
+  CORE_ASSERT(workerThread == nullptr);
+  clock->unwatch(*this);
+  clock = std::move(replacement);
+  clock->watch(*this);
+}
+
 const std::thread* PeriodicWorker::thread() const
 {
   return workerThread.get();
 }
 
-void PeriodicWorker::start(const Lock&, std::function<void()> body)
+void PeriodicWorker::checkHeld(const Lock& held) const
 {
+  CORE_ASSERT(held.mutex() == &mutex && held.owns_lock());
+}
+
+void PeriodicWorker::start(const Lock& held, std::function<void()> body)
+{
+  checkHeld(held);
   workerThread = std::make_unique<std::thread>(std::move(body));
 }
 
@@ -54,13 +70,15 @@ void PeriodicWorker::wakeUp()
   condition.notify_all();
 }
 
-void PeriodicWorker::notify(const Lock&)
+void PeriodicWorker::notify(const Lock& held)
 {
+  checkHeld(held);
   condition.notify_all();
 }
 
 void PeriodicWorker::pause(Lock& held, std::chrono::milliseconds period)
 {
+  checkHeld(held);
   woken = false;
   waitUntil(held, deadlineAfter(clock->now(), period), [this] { return woken; });
 }

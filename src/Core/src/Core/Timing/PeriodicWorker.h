@@ -1,6 +1,6 @@
 #pragma once
 
-#include <Core/Timing/WorkerClock.h>
+#include "Timing/WorkerClock.h"
 
 #include <atomic>
 #include <chrono>
@@ -19,7 +19,8 @@ namespace Orvan::Core::Timing {
 // notification the caller asked for, or on a stop request.
 //
 // The owner keeps the state its thread waits on (a pending change, say)
-// under this worker's mutex, taken with lock().
+// under this worker's mutex, taken with lock(); the calls that take a Lock
+// must be handed one that holds it (CORE_ASSERT).
 class PeriodicWorker final : private ClockWatcher {
 public:
   using Lock = std::unique_lock<std::mutex>;
@@ -32,6 +33,9 @@ public:
   ~PeriodicWorker() override;
 
   Lock lock();
+
+  // Waits on `clock` from now on; only before start().
+  void useClock(std::shared_ptr<WorkerClock> clock);
 
   // The thread, null until started; read it under lock().
   const std::thread* thread() const;
@@ -64,10 +68,16 @@ public:
   template<class Ready>
   void waitFor(Lock& held, Ready ready)
   {
+    checkHeld(held);
     waitUntil(held, WorkerClock::time_point::max(), ready);
   }
 
 private:
+  // Every call that is handed a lock asserts that it holds this worker's
+  // mutex: a lock on another mutex would leave the state unguarded and the
+  // wait on the condition undefined.
+  void checkHeld(const Lock& held) const;
+
   template<class Done>
   void waitUntil(Lock& held, WorkerClock::time_point deadline, Done done)
   {

@@ -6,11 +6,6 @@
 
 namespace Orvan::Core::Timing {
 
-// How often a wait that a cancellation token may end looks at the token: a
-// pending connection, a blocked read, the pause between two connection
-// attempts.
-inline constexpr std::chrono::milliseconds CANCEL_CHECK_PERIOD{50};
-
 // How long System::run waits for its program at a time before it reads the
 // cancellation token again.
 inline constexpr std::chrono::milliseconds PROCESS_WAIT_CYCLE{1000};

@@ -1,4 +1,4 @@
-#include <Core/Timing/WorkerClock.h>
+#include "Timing/WorkerClock.h"
 
 namespace Orvan::Core::Timing {
 

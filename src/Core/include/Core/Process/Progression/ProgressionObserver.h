@@ -1,9 +1,12 @@
 #pragma once
 
 #include <Core/Export.h>
-#include <Core/Timing/WorkerClock.h>
 
 #include <memory>
+
+namespace Orvan::Core::Timing {
+struct ClockOverride;
+}
 
 namespace Orvan::Core::Process::Progression {
 
@@ -53,11 +56,6 @@ public:
   // Stopping or destroying it before then is harmless.
   ProgressionObserver(std::weak_ptr<ProgressionObservable> observable, unsigned int period, DeferredStart);
 
-  // The deferred observer whose period runs on `clock` rather than on the
-  // steady clock: a test moves that clock by hand to end a period.
-  ProgressionObserver(std::weak_ptr<ProgressionObservable> observable, unsigned int period, DeferredStart,
-                      std::shared_ptr<Timing::WorkerClock> clock);
-
   ProgressionObserver(const ProgressionObserver&) = delete;
   ProgressionObserver& operator=(const ProgressionObserver&) = delete;
 
@@ -83,6 +81,9 @@ public:
   void stopObserving();
 
 private:
+  // Lets the library's tests run the period on a clock they move by hand.
+  friend struct Timing::ClockOverride;
+
   class TimeFilter;
 
   std::unique_ptr<TimeFilter> timeFilter;

@@ -5,6 +5,7 @@
 #include <Utils/CoreAssert.h>
 
 #include "Event/CoreEventReport.h"
+#include "Timing/ClockOverride.h"
 #include "Timing/PeriodicWorker.h"
 
 #include <chrono>
@@ -109,6 +110,8 @@ private:
   std::chrono::milliseconds period;
   // Last, so that its thread is joined before the members above go.
   Timing::PeriodicWorker worker;
+
+  friend struct Timing::ClockOverride;
 };
 
 ProgressionObserver::ProgressionObserver(std::weak_ptr<ProgressionObservable> observable, unsigned int period)
@@ -119,13 +122,7 @@ ProgressionObserver::ProgressionObserver(std::weak_ptr<ProgressionObservable> ob
 
 ProgressionObserver::ProgressionObserver(std::weak_ptr<ProgressionObservable> observable, unsigned int period,
                                          DeferredStart)
-    : ProgressionObserver(std::move(observable), period, DeferredStart{}, Timing::steadyWorkerClock())
-{
-}
-
-ProgressionObserver::ProgressionObserver(std::weak_ptr<ProgressionObservable> observable, unsigned int period,
-                                         DeferredStart, std::shared_ptr<Timing::WorkerClock> clock)
-    : timeFilter(std::make_unique<TimeFilter>(*this, observable, period, std::move(clock)))
+    : timeFilter(std::make_unique<TimeFilter>(*this, observable, period, Timing::steadyWorkerClock()))
     , observable(std::move(observable))
 {
 }
@@ -161,3 +158,12 @@ void ProgressionObserver::stopObserving()
 }
 
 } // namespace Orvan::Core::Process::Progression
+
+namespace Orvan::Core::Timing {
+
+void ClockOverride::use(Process::Progression::ProgressionObserver& observer, std::shared_ptr<WorkerClock> clock)
+{
+  observer.timeFilter->worker.useClock(std::move(clock));
+}
+
+} // namespace Orvan::Core::Timing
