@@ -3,6 +3,7 @@
 #include <chrono>
 #include <cstdint>
 #include <string>
+#include <vector>
 
 // The few process services the process runner needs: start a program, wait
 // for it with a time-out, terminate it, read its exit code, close it, and the
@@ -71,6 +72,10 @@ bool readExitCode(const ProcessHandle& process, ProcessExit& exit);
 // a process still running keeps running (on POSIX it is reaped in the
 // background once it ends).
 bool closeProcess(ProcessHandle& process);
+
+// The command line that startProcess splits back into exactly `words`: the
+// POSIX shell's quoting on POSIX, the C runtime's on Windows.
+std::string commandLineFor(const std::vector<std::string>& words);
 
 // The calling thread's last system error code.
 SystemCode lastSystemError();

@@ -208,4 +208,9 @@ std::optional<unsigned long long> run(const std::string& command, const std::str
   return result;
 }
 
+std::string commandLine(const std::vector<std::string>& words)
+{
+  return Platform::commandLineFor(words);
+}
+
 } // namespace Orvan::Core::System
