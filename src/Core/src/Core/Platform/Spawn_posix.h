@@ -27,12 +27,27 @@ struct SpawnRequest {
   bool ownGroup = false;
   // Standard input, output and error.
   int streams[3] = {SPAWN_INHERIT, SPAWN_INHERIT, SPAWN_INHERIT};
+  // With ownGroup: a terminal (a descriptor of the caller's, under the same
+  // number in the program) whose foreground group the program's group
+  // becomes, or -1.
+  int foregroundTerminal = -1;
 };
 
 // Starts the program with an empty signal mask, default signal dispositions
 // and nothing open beyond descriptors 0, 1 and 2. Returns 0 or an error
 // number.
 int spawnProgram(const SpawnRequest& request, pid_t& pid);
+
+// The caller's terminal that a program with these streams would use, when
+// the caller is in its foreground: the first standard stream left inherited
+// that is a terminal. -1 when there is none. A program in a group of its own
+// that reads such a terminal would be stopped (SIGTTIN) unless its group is
+// made the foreground one, as shells do.
+int inheritedForegroundTerminal(const int (&streams)[3]);
+
+// Makes the caller's group the foreground group of `terminal` again, after a
+// program of another group had it.
+void takeTerminalBack(int terminal);
 
 // A process descriptor for `pid` (clear of the standard streams), or -1 where
 // the system refuses one (old kernels, some sandboxes).
