@@ -217,7 +217,7 @@ int demoCommand(const std::vector<std::string>& words)
 
     if (!self.empty() && steps.done() == 4 && !ctrlC.token.isCancelRequested()) {
       Logging::WorkflowLogger step("Run a child program", false);
-      const std::string command = Platform::quoteCommandLine({self, "--version"});
+      const std::string command = Core::System::commandLine({self, "--version"});
       const auto code = Core::System::run(command, toString(directory), &ctrlC.token);
       steps.report("run a child program: 'orvan --version'", code && *code == 0,
                    code ? "exit code " + std::to_string(*code) : std::string("cancelled"));
@@ -228,7 +228,7 @@ int demoCommand(const std::vector<std::string>& words)
       // A server that would run until stopped: cancelled one second after it
       // starts, and the runner must give up on it within its wait cycles.
       const std::string command =
-          Platform::quoteCommandLine({self, "serve", toString(source), "--port", "0", "--quiet"});
+          Core::System::commandLine({self, "serve", toString(source), "--port", "0", "--quiet"});
       // Ctrl-C cancels it at once, through the link.
       Core::Process::CancelationToken childToken;
       const Core::Process::CancelationLink interrupted(&ctrlC.token, childToken);

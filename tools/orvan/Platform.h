@@ -63,11 +63,6 @@ void killChildGroupsOnSecondInterrupt(bool on);
 // text when there is none.
 std::string resolveIPv4(const std::string& name);
 
-// Joins words into one command line that the process runner splits back into
-// exactly these words: shell quoting on POSIX, the C runtime's argument rules
-// on Windows.
-std::string quoteCommandLine(const std::vector<std::string>& words);
-
 // The resolver's own text for its error `code` (what getaddrinfo returned).
 std::string resolverMessage(int code);
 

@@ -4,6 +4,7 @@
 
 #include <Core/Logging/LoggingCallback.h>
 #include <Core/Process/Execute.h>
+#include <Core/Process/System.h>
 #include <Utils/FileHelper.h>
 
 #include <chrono>
@@ -98,7 +99,7 @@ int runCommand(const std::vector<std::string>& arguments)
   options.gracePeriod = killAfter;
   const std::filesystem::path where = std::filesystem::absolute(
       workingDirectory.empty() ? std::filesystem::current_path() : Utils::FileHelper::toPath(workingDirectory));
-  Core::Logging::logInfo("Running " + Platform::quoteCommandLine(words) + " in '" + Utils::FileHelper::toString(where) +
+  Core::Logging::logInfo("Running " + Core::System::commandLine(words) + " in '" + Utils::FileHelper::toString(where) +
                          "'");
   const Core::Process::ExecuteResult result = Core::Process::execute(options);
   Platform::killChildGroupsOnSecondInterrupt(false);

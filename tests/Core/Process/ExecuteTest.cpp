@@ -18,7 +18,7 @@ using Orvan::Core::Process::CancelationToken;
 using Orvan::Core::Process::execute;
 using Orvan::Core::Process::ExecuteOptions;
 using Orvan::Core::Process::ExecuteResult;
-using Orvan::Core::Process::quoteCommandLine;
+using Orvan::Core::Process::quoteWindowsCommandLine;
 using Orvan::Core::Process::StreamMode;
 using Orvan::Testing::TemporaryDirectory;
 using Outcome = ExecuteResult::Outcome;
@@ -133,11 +133,11 @@ TEST(Execute, ArgumentsArriveAsTheyStand)
 
 TEST(Execute, QuotingFollowsTheRuntimesRules)
 {
-  EXPECT_EQ(quoteCommandLine({"plain", "two words", ""}), "plain \"two words\" \"\"");
-  EXPECT_EQ(quoteCommandLine({"a\"b"}), "\"a\\\"b\"");
-  EXPECT_EQ(quoteCommandLine({"dir\\ with\\"}), "\"dir\\ with\\\\\"");
-  EXPECT_EQ(quoteCommandLine({"back\\\"quote"}), "\"back\\\\\\\"quote\"");
-  EXPECT_EQ(quoteCommandLine({"C:\\no\\quotes"}), "C:\\no\\quotes");
+  EXPECT_EQ(quoteWindowsCommandLine({"plain", "two words", ""}), "plain \"two words\" \"\"");
+  EXPECT_EQ(quoteWindowsCommandLine({"a\"b"}), "\"a\\\"b\"");
+  EXPECT_EQ(quoteWindowsCommandLine({"dir\\ with\\"}), "\"dir\\ with\\\\\"");
+  EXPECT_EQ(quoteWindowsCommandLine({"back\\\"quote"}), "\"back\\\\\\\"quote\"");
+  EXPECT_EQ(quoteWindowsCommandLine({"C:\\no\\quotes"}), "C:\\no\\quotes");
 }
 
 TEST(Execute, TheEnvironmentIsAddedToTheCallers)

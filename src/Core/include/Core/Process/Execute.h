@@ -111,7 +111,14 @@ ORVAN_CORE_EXPORT ExecuteResult execute(const ExecuteOptions& options);
 
 // The command line that hands `arguments` to a Windows program unchanged
 // under the C runtime's parsing rules: each word quoted when it is empty or
-// holds blanks or quotes, with backslashes doubled before quotes.
-ORVAN_CORE_EXPORT std::string quoteCommandLine(const std::vector<std::string>& arguments);
+// holds blanks or quotes, with backslashes doubled before quotes. A Windows
+// rule on every platform: System::run on POSIX splits by the shell's rules,
+// and takes this line apart otherwise (see System::commandLine for the line
+// that suits the platform).
+ORVAN_CORE_EXPORT std::string quoteWindowsCommandLine(const std::vector<std::string>& arguments);
+
+// The former name of quoteWindowsCommandLine.
+[[deprecated("use quoteWindowsCommandLine, or System::commandLine for System::run")]] ORVAN_CORE_EXPORT std::string
+quoteCommandLine(const std::vector<std::string>& arguments);
 
 } // namespace Orvan::Core::Process

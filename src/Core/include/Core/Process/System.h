@@ -5,6 +5,7 @@
 
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace Orvan::Core::System {
 
@@ -26,5 +27,13 @@ namespace Orvan::Core::System {
 //   if (!code) { /* cancelled */ }
 ORVAN_CORE_EXPORT std::optional<unsigned long long> run(const std::string& command, const std::string& workingDirectory,
                                                         const Process::CancelationToken* token);
+
+// The command line that run splits back into exactly `words` on this
+// platform: the POSIX shell's quoting on POSIX (a word of plain characters as
+// it is, any other in single quotes), the C runtime's on Windows. Words must
+// not hold a NUL character.
+//
+//   System::run(System::commandLine({"tar", "xf", "my data.tar"}), "", &token);
+ORVAN_CORE_EXPORT std::string commandLine(const std::vector<std::string>& words);
 
 } // namespace Orvan::Core::System

@@ -196,34 +196,4 @@ ExecuteResult execute(const ExecuteOptions& options)
   return finish();
 }
 
-std::string quoteCommandLine(const std::vector<std::string>& arguments)
-{
-  std::string line;
-  for (const std::string& argument : arguments) {
-    if (!line.empty()) {
-      line += ' ';
-    }
-    if (!argument.empty() && argument.find_first_of(" \t\n\v\"") == std::string::npos) {
-      line += argument;
-      continue;
-    }
-    line += '"';
-    std::size_t backslashes = 0;
-    for (const char character : argument) {
-      if (character == '\\') {
-        ++backslashes;
-        continue;
-      }
-      // Backslashes are literal unless a quote follows them.
-      line.append(character == '"' ? backslashes * 2 + 1 : backslashes, '\\');
-      backslashes = 0;
-      line += character;
-    }
-    // Before the closing quote, every backslash is doubled.
-    line.append(backslashes * 2, '\\');
-    line += '"';
-  }
-  return line;
-}
-
 } // namespace Orvan::Core::Process

@@ -17,6 +17,39 @@ using Platform::SystemCode;
 // The exit code given to a program killed on cancellation.
 constexpr SystemCode CANCELLED_EXIT_CODE = 1;
 
+// The numbers the log gives the wait results and the code of a program that
+// has not ended, as the Windows services number them, on every platform.
+constexpr SystemCode WAIT_OBJECT_0_CODE = 0;
+constexpr SystemCode WAIT_ABANDONED_CODE = 128;
+constexpr SystemCode WAIT_TIMEOUT_CODE = 258;
+constexpr SystemCode WAIT_FAILED_CODE = 0xFFFFFFFF;
+constexpr SystemCode STILL_ACTIVE_CODE = 259;
+
+// The wait result's number, for the log.
+SystemCode waitResultCode(const Platform::ProcessWait& wait)
+{
+  switch (wait.outcome) {
+  case Platform::WaitOutcome::Ended:
+    return WAIT_OBJECT_0_CODE;
+  case Platform::WaitOutcome::TimedOut:
+    return WAIT_TIMEOUT_CODE;
+  case Platform::WaitOutcome::Failed:
+    return WAIT_FAILED_CODE;
+  case Platform::WaitOutcome::Abandoned:
+    return WAIT_ABANDONED_CODE;
+  case Platform::WaitOutcome::Unexpected:
+    break;
+  }
+  return wait.value;
+}
+
+// The exit code as the log and the result give it: a program still running
+// reads as STILL_ACTIVE.
+SystemCode exitCode(const Platform::ProcessExit& exit)
+{
+  return exit.running ? STILL_ACTIVE_CODE : exit.code;
+}
+
 // Logs the program's exit code and returns what run gives back for it.
 unsigned long long reportExitCode(SystemCode code)
 {
@@ -24,7 +57,7 @@ unsigned long long reportExitCode(SystemCode code)
     logMessage(LoggingType::Info, "Process exit code (0) indicates success");
     return 0;
   }
-  if (code == Platform::EXIT_CODE_STILL_ACTIVE) {
+  if (code == STILL_ACTIVE_CODE) {
     logMessage(LoggingType::Warning, "Process is still active and not terminated as expected");
     return 1;
   }
@@ -92,9 +125,9 @@ std::optional<unsigned long long> run(const std::string& command, const std::str
   if (!started) {
     logMessage(LoggingType::Error,
                "CreateProcess : Cannot initialize process, error code : ", Platform::lastSystemError());
-    SystemCode exitCode = 0;
-    if (Platform::readExitCode(process, exitCode)) {
-      reportExitCode(exitCode);
+    Platform::ProcessExit exit;
+    if (Platform::readExitCode(process, exit)) {
+      reportExitCode(exitCode(exit));
     } else {
       logMessage(LoggingType::Error,
                  "GetExitCodeProcess failed : Cannot get exit code after CreateProcess. Error code : ",
@@ -108,26 +141,26 @@ std::optional<unsigned long long> run(const std::string& command, const std::str
 
   logMessage(LoggingType::Info, "CreateProcess successful. Process ID ", process.id);
 
-  SystemCode waitResult = Platform::WAIT_RESULT_TIMEOUT;
+  Platform::ProcessWait wait;
   SystemCode waitError = 0;
   bool cancelled = false;
   for (;;) {
-    waitResult = Platform::waitForProcess(process, Timing::PROCESS_WAIT_CYCLE);
-    switch (waitResult) {
-    case Platform::WAIT_RESULT_SIGNALED:
+    wait = Platform::waitForProcess(process, Timing::PROCESS_WAIT_CYCLE);
+    switch (wait.outcome) {
+    case Platform::WaitOutcome::Ended:
       logMessage(LoggingType::Info, "WAIT_OBJECT_0 : Process state signaled");
       break;
-    case Platform::WAIT_RESULT_ABANDONED:
+    case Platform::WaitOutcome::Abandoned:
       logMessage(LoggingType::Error, "WAIT_ABANDONED : Process handle has been closed");
       break;
-    case Platform::WAIT_RESULT_TIMEOUT:
+    case Platform::WaitOutcome::TimedOut:
       break;
-    case Platform::WAIT_RESULT_FAILED:
+    case Platform::WaitOutcome::Failed:
       waitError = Platform::lastSystemError();
       logMessage(LoggingType::Error, "WAIT_FAILED : Wait on process failed !");
       break;
-    default:
-      logMessage(LoggingType::Warning, "Unexpected enum return value from WaitForSingleObject : ", waitResult);
+    case Platform::WaitOutcome::Unexpected:
+      logMessage(LoggingType::Warning, "Unexpected enum return value from WaitForSingleObject : ", wait.value);
       break;
     }
 
@@ -135,7 +168,7 @@ std::optional<unsigned long long> run(const std::string& command, const std::str
     if (cancelled) {
       logMessage(LoggingType::Info, "Cancellation of process is requested");
     }
-    if (waitResult != Platform::WAIT_RESULT_TIMEOUT || cancelled) {
+    if (wait.outcome != Platform::WaitOutcome::TimedOut || cancelled) {
       break;
     }
   }
@@ -152,18 +185,18 @@ std::optional<unsigned long long> run(const std::string& command, const std::str
     return std::nullopt;
   }
 
-  if (waitResult != Platform::WAIT_RESULT_SIGNALED) {
-    if (waitResult == Platform::WAIT_RESULT_FAILED) {
+  if (wait.outcome != Platform::WaitOutcome::Ended) {
+    if (wait.outcome == Platform::WaitOutcome::Failed) {
       logMessage(LoggingType::Error, "WaitForSingleObject failed : Error code : ", waitError);
     } else {
-      logMessage(LoggingType::Error, "WaitForSingleObject failed : return value ", waitResult);
+      logMessage(LoggingType::Error, "WaitForSingleObject failed : return value ", waitResultCode(wait));
     }
   }
 
   std::optional<unsigned long long> result;
-  SystemCode exitCode = 0;
-  if (Platform::readExitCode(process, exitCode)) {
-    result = reportExitCode(exitCode);
+  Platform::ProcessExit exit;
+  if (Platform::readExitCode(process, exit)) {
+    result = reportExitCode(exitCode(exit));
   } else {
     const SystemCode error = Platform::lastSystemError();
     logMessage(LoggingType::Info, "GetExitCodeProcess : failed to get exit code : error code : ", error);
@@ -173,6 +206,11 @@ std::optional<unsigned long long> run(const std::string& command, const std::str
   }
   closer.close();
   return result;
+}
+
+std::string commandLine(const std::vector<std::string>& words)
+{
+  return Platform::commandLineFor(words);
 }
 
 } // namespace Orvan::Core::System
