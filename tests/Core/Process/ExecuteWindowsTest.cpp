@@ -150,5 +150,5 @@ TEST(ExecuteWindows, WaitingForAQuietCapturedProgramTakesNoProcessorTime)
   std::printf("processor time while a captured program slept %lld ms: %lld us\n",
               static_cast<long long>(result.elapsed.count()), static_cast<long long>(used.count()));
   // Starting the program costs a little; waiting for it costs nothing.
-  EXPECT_LT(used, 20ms);
+  EXPECT_LT(used, 50ms);
 }
