@@ -9,6 +9,7 @@
 #include "Event/CoreEventReport.h"
 #include "Network/SocketStream.h"
 #include "Platform/SharedFile.h"
+#include "Process/CancelationState.h"
 #include "Timing/Deadline.h"
 #include "Timing/Periods.h"
 
@@ -48,7 +49,7 @@ std::string writerWaitEnd(int error, const Platform::WriterWait& wait)
   if (error == ETIMEDOUT && wait.limit.count() > 0) {
     return "no writer came within " + std::to_string(wait.limit.count()) + " ms";
   }
-  if (error == ECANCELED && wait.token != nullptr) {
+  if (error == ECANCELED && wait.wake != Platform::NO_WAKE) {
     return "cancelled while waiting for a writer";
   }
   return "";
@@ -61,7 +62,7 @@ std::unique_ptr<std::istream> openLocal(const FileInfo& finfo, std::optional<int
 {
   CORE_ASSERT(mode);
   const auto openMode = static_cast<std::ios_base::openmode>(mode.value_or(0));
-  const Platform::WriterWait wait{limits.idleTimeout, limits.token};
+  const Platform::WriterWait wait{limits.idleTimeout, Process::CancelationAccess::wakeHandle(limits.token)};
   std::unique_ptr<std::istream> stream = Platform::openSharedFile(finfo.filename, openMode, wait);
   if (!stream) {
     const int error = errno;

@@ -6,18 +6,16 @@
 #include <istream>
 #include <memory>
 
-namespace Orvan::Core::Process {
-class CancelationToken;
-}
+#include "Platform/WakeSignal.h"
 
 namespace Orvan::Core::Platform {
 
 // What may end a FIFO's wait for its writer before the writer comes: a span
-// of time (0: none) and a token (null: none). With neither, the FIFO waits
-// as a file stream waits for it, as long as it takes.
+// of time (0: none) and a wake signal, a cancellation's (NO_WAKE: none). With
+// neither, the FIFO waits as a file stream waits for it, as long as it takes.
 struct WriterWait {
   std::chrono::milliseconds limit{0};
-  const Process::CancelationToken* token = nullptr;
+  WakeHandle wake = NO_WAKE;
 };
 
 // Opens `path` for reading with `mode` (the input bit is added), so that
