@@ -9,8 +9,11 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <filesystem>
 #include <future>
 #include <iterator>
+#include <memory>
+#include <mutex>
 #include <random>
 #include <string>
 #include <system_error>
@@ -49,6 +52,18 @@ std::string fetch(const FileInfo& finfo)
   return std::string(std::istreambuf_iterator<char>(*stream), {});
 }
 
+// Whether reading the stream to its end met no error.
+bool fetchesCleanly(const FileInfo& finfo)
+{
+  try {
+    const auto stream = finfo.makeStream(static_cast<int>(std::ios::binary));
+    std::string(std::istreambuf_iterator<char>(*stream), {});
+    return !stream->bad();
+  } catch (const std::exception&) {
+    return false;
+  }
+}
+
 } // namespace
 
 TEST_F(FileServerTest, EveryClientGetsTheWholeFile)
@@ -68,6 +83,63 @@ TEST_F(FileServerTest, EveryClientGetsTheWholeFile)
   EXPECT_TRUE(Orvan::Testing::waitFor([&server] { return server.clientsServed() == 8; }));
 }
 
+TEST_F(FileServerTest, StatsAndTheCallbackTellEachClientsOutcome)
+{
+  TemporaryDirectory directory;
+  const std::string content = randomText(100 * 1000);
+  Orvan::Testing::writeFile(directory / "data.bin", content);
+  std::mutex mutex;
+  std::vector<FileServer::ClientReport> reports;
+  FileServer::Options options;
+  options.onClientEnd = [&](const FileServer::ClientReport& report) {
+    const std::lock_guard lock(mutex);
+    reports.push_back(report);
+  };
+  FileServer server(directory / "data.bin", options);
+  EXPECT_EQ(fetch(server.descriptor()), content);
+  EXPECT_EQ(fetch(server.descriptor()), content);
+  std::filesystem::remove(directory / "data.bin");
+  EXPECT_FALSE(fetchesCleanly(server.descriptor()));
+  ASSERT_TRUE(Orvan::Testing::waitFor([&] {
+    const std::lock_guard lock(mutex);
+    return reports.size() == 3;
+  }));
+  const FileServer::Stats stats = server.stats();
+  EXPECT_EQ(stats.served, 2u);
+  EXPECT_EQ(stats.failed, 1u);
+  EXPECT_EQ(stats.bytes, 2 * content.size());
+  EXPECT_EQ(stats.active, 0u);
+  EXPECT_EQ(server.clientsServed(), 2u);
+  const std::lock_guard lock(mutex);
+  EXPECT_EQ(reports[0].outcome, FileServer::ClientOutcome::Served);
+  EXPECT_EQ(reports[0].bytes, content.size());
+  EXPECT_EQ(reports[0].peer.rfind("127.0.0.1:", 0), 0u) << reports[0].peer;
+  EXPECT_EQ(reports[2].outcome, FileServer::ClientOutcome::FileError);
+  EXPECT_EQ(reports[2].bytes, 0u);
+}
+
+TEST_F(FileServerTest, IdleClientsAreResetAndLeaveRoomForOthers)
+{
+  TemporaryDirectory directory;
+  const std::string content(32 * 1024 * 1024, 'i');
+  Orvan::Testing::writeFile(directory / "big.bin", content);
+  FileServer::Options options;
+  options.maxClients = 2;
+  options.idleTimeout = 500ms;
+  FileServer server(directory / "big.bin", options);
+  // Two clients that connect and then read nothing take both slots.
+  std::vector<std::unique_ptr<std::istream>> idle;
+  for (int i = 0; i < 2; ++i) {
+    idle.push_back(server.descriptor().makeStream(static_cast<int>(std::ios::binary)));
+    char first = 0;
+    ASSERT_TRUE(idle.back()->get(first));
+  }
+  auto reader = std::async(std::launch::async, [&server] { return fetch(server.descriptor()); });
+  ASSERT_EQ(reader.wait_for(30s), std::future_status::ready) << "idle clients kept every slot";
+  EXPECT_EQ(reader.get().size(), content.size());
+  EXPECT_TRUE(Orvan::Testing::waitFor([&server] { return server.stats().failed == 2; }));
+}
+
 TEST_F(FileServerTest, TheDescriptorNamesTheFileAndTheServer)
 {
   TemporaryDirectory directory;
@@ -85,11 +157,11 @@ TEST_F(FileServerTest, AnEmptyFileIsAnEmptyStream)
   EXPECT_EQ(fetch(server.descriptor()), "");
 }
 
-TEST_F(FileServerTest, AMissingFileClosesTheConnectionAndIsLogged)
+TEST_F(FileServerTest, AMissingFileResetsTheConnectionAndIsLogged)
 {
   TemporaryDirectory directory;
   FileServer server(directory / "missing.bin");
-  EXPECT_EQ(fetch(server.descriptor()), "");
+  EXPECT_FALSE(fetchesCleanly(server.descriptor()));
   EXPECT_EQ(server.clientsServed(), 0u);
   EXPECT_TRUE(Orvan::Testing::waitFor([this] {
     for (const auto& line : logger->lines()) {
