@@ -83,11 +83,14 @@ LOG_READER = "LogFileReaderAllRecords"
 LOG_READER_AT_LEAST_MBPS = 200
 
 # Cancellation latencies, from the cancellation to the call's return: label,
-# benchmark, counter prefix, bound in milliseconds.
+# benchmark, counter prefix, bound in milliseconds, and optionally the counter
+# prefix and label of a baseline measured in the same run.
 LATENCIES = [
     ("cancelling `execute` of `sleep 60`, 100 times", "ExecuteCancellationLatency", "execute", 50),
     ("cancelling a blocked remote read, 100 times", "CancellationLatency", "read", 100),
     ("cancelling a pending connection, 100 times", "CancellationLatency", "connect", 200),
+    ("`FileServer::stop()` with a transfer under way, 100 times", "FileServerStopLatency", "stop", 5,
+     "polling_stop", "a 50 ms polling accept loop, as before"),
 ]
 
 
@@ -187,18 +190,26 @@ def rows(medians):
     yield from throughput_row("`FileServer` to a `recv` client" + rounds, medians.get(FILE_SERVER, {}),
                               "fileserver_GBps", "socat_GBps", "`socat -u OPEN:file TCP-LISTEN:port`",
                               FILE_SERVER_AT_LEAST)
-    for label, figures, name, at_most in LATENCIES:
-        yield from latency_row(label, medians.get(figures, {}), name, at_most)
+    for label, figures, name, at_most, *baseline in LATENCIES:
+        yield from latency_row(label, medians.get(figures, {}), name, at_most, *baseline)
 
 
-def latency_row(label, figures, name, at_most_ms):
-    """Median and worst of 100 cancellations, against their bound."""
+def latency_row(label, figures, name, at_most_ms, baseline_name=None, baseline_label=""):
+    """Median and worst of 100 cancellations, against their bound; beside them
+    a baseline's, with the ratio of the medians."""
     median, worst = figures.get(name + "_median_ms"), figures.get(name + "_worst_ms")
     target = f"worst at most {at_most_ms} ms"
     if median is None or worst is None:
         yield label, "missing", "", "", target, None
         return
-    yield (label, f"{median:.1f} ms median, {worst:.1f} ms worst", "", "", target, worst <= at_most_ms)
+    shown, ratio = "", ""
+    if baseline_name is not None:
+        base_median = figures.get(baseline_name + "_median_ms")
+        base_worst = figures.get(baseline_name + "_worst_ms")
+        if base_median is not None and base_worst is not None:
+            shown = f"{base_median:.1f} ms median, {base_worst:.1f} ms worst ({baseline_label})"
+            ratio = f"{median / base_median:.3f}" if base_median > 0 else ""
+    yield (label, f"{median:.1f} ms median, {worst:.1f} ms worst", shown, ratio, target, worst <= at_most_ms)
 
 
 def throughput_row(label, figures, ours_name, baseline_name, baseline_label, at_least):
