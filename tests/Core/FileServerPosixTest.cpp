@@ -291,6 +291,8 @@ TEST_F(FileServerPosixTest, ALoggerThatThrowsOnAClientThreadDoesNotEndTheHost)
   const Received refused = readToEnd(client);
   ::close(client);
   EXPECT_NE(refused.end, End::TimedOut);
+  // The logger is replaced once the client's thread is done with it.
+  EXPECT_TRUE(Orvan::Testing::waitFor([&server] { return server.stats().failed == 1; }));
   Orvan::Core::Logging::setLogger(logger);
   const int next = connectTo(server.port());
   const Received served = readToEnd(next);
