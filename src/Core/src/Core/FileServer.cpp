@@ -11,6 +11,7 @@
 #include <condition_variable>
 #include <list>
 #include <mutex>
+#include <optional>
 #include <stdexcept>
 #include <system_error>
 #include <thread>
@@ -125,30 +126,35 @@ struct FileServer::State {
 
   void startClient(std::unique_ptr<Platform::ClientConnection> connection)
   {
-    const std::lock_guard lock(mutex);
-    if (stopping) {
-      connection->reset();
-      return;
-    }
-    ++active;
-    Client* client = nullptr;
-    try {
-      client = &clients.emplace_back();
-      client->connection = std::move(connection);
-      client->thread = std::thread([this, client] { runClient(*client); });
-    } catch (const std::exception& failure) {
-      // No thread (or no memory) for the client: it is turned away and the
-      // server goes on.
-      Platform::ClientConnection& refused = client != nullptr ? *client->connection : *connection;
-      refused.reset();
-      const ClientReport report{refused.peer(), 0, ClientOutcome::Refused};
-      if (client != nullptr) {
-        clients.pop_back();
+    std::optional<ClientReport> refused;
+    {
+      const std::lock_guard lock(mutex);
+      if (stopping) {
+        connection->reset();
+        return;
       }
-      --active;
-      ++failed;
-      logQuietly(Logging::LoggingType::Warning, "Refused client '", report.peer, "': ", failure.what());
-      tellHost(report);
+      ++active;
+      Client* client = nullptr;
+      try {
+        client = &clients.emplace_back();
+        client->connection = std::move(connection);
+        client->thread = std::thread([this, client] { runClient(*client); });
+      } catch (const std::exception& failure) {
+        // No thread (or no memory) for the client: it is turned away and the
+        // server goes on.
+        Platform::ClientConnection& turnedAway = client != nullptr ? *client->connection : *connection;
+        turnedAway.reset();
+        refused = ClientReport{turnedAway.peer(), 0, ClientOutcome::Refused};
+        if (client != nullptr) {
+          clients.pop_back();
+        }
+        --active;
+        ++failed;
+        logQuietly(Logging::LoggingType::Warning, "Refused client '", refused->peer, "': ", failure.what());
+      }
+    }
+    if (refused) {
+      tellHost(*refused);
     }
   }
 
