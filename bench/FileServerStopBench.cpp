@@ -175,8 +175,6 @@ void FileServerStopLatency(benchmark::State& state)
   }
   keepMedianAndWorst(state, "stop", ours);
   keepMedianAndWorst(state, "polling_stop", former);
-  std::error_code ignored;
-  std::filesystem::remove(servedFile(), ignored);
 }
 BENCHMARK(FileServerStopLatency)->Iterations(1)->UseRealTime()->Unit(benchmark::kMillisecond);
 
@@ -184,5 +182,8 @@ BENCHMARK(FileServerStopLatency)->Iterations(1)->UseRealTime()->Unit(benchmark::
 
 int main(int argc, char** argv)
 {
-  return Orvan::Bench::runAndCompare(argc, argv, {});
+  const int status = Orvan::Bench::runAndCompare(argc, argv, {});
+  std::error_code ignored;
+  std::filesystem::remove(servedFile(), ignored);
+  return status;
 }
