@@ -96,6 +96,8 @@ LATENCIES = [
      ("CancellationLatency", "read_sliced", SLICED)),
     ("cancelling a pending connection, 100 times", "CancellationLatency", "connect", 5,
      ("CancellationLatency", "connect_sliced", SLICED)),
+    ("`FileServer::stop()` with a transfer under way, 100 times", "FileServerStopLatency", "stop", 5,
+     ("FileServerStopLatency", "polling_stop", "a 50 ms polling accept loop, as before")),
 ]
 
 # Wake-ups of the calling thread (voluntary context switches) over a whole

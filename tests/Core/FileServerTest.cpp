@@ -9,8 +9,11 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <filesystem>
 #include <future>
 #include <iterator>
+#include <memory>
+#include <mutex>
 #include <random>
 #include <string>
 #include <system_error>
@@ -49,6 +52,30 @@ std::string fetch(const FileInfo& finfo)
   return std::string(std::istreambuf_iterator<char>(*stream), {});
 }
 
+// The number of bytes read from the stream to its end, in large reads.
+std::size_t fetchSize(const FileInfo& finfo)
+{
+  const auto stream = finfo.makeStream(static_cast<int>(std::ios::binary));
+  std::vector<char> buffer(1024 * 1024);
+  std::size_t total = 0;
+  while (stream->read(buffer.data(), static_cast<std::streamsize>(buffer.size())) || stream->gcount() > 0) {
+    total += static_cast<std::size_t>(stream->gcount());
+  }
+  return total;
+}
+
+// Whether reading the stream to its end met no error.
+bool fetchesCleanly(const FileInfo& finfo)
+{
+  try {
+    const auto stream = finfo.makeStream(static_cast<int>(std::ios::binary));
+    std::string(std::istreambuf_iterator<char>(*stream), {});
+    return !stream->bad();
+  } catch (const std::exception&) {
+    return false;
+  }
+}
+
 } // namespace
 
 TEST_F(FileServerTest, EveryClientGetsTheWholeFile)
@@ -68,6 +95,72 @@ TEST_F(FileServerTest, EveryClientGetsTheWholeFile)
   EXPECT_TRUE(Orvan::Testing::waitFor([&server] { return server.clientsServed() == 8; }));
 }
 
+TEST_F(FileServerTest, StatsAndTheCallbackTellEachClientsOutcome)
+{
+  TemporaryDirectory directory;
+  const std::string content = randomText(100 * 1000);
+  Orvan::Testing::writeFile(directory / "data.bin", content);
+  std::mutex mutex;
+  std::vector<FileServer::ClientReport> reports;
+  FileServer::Options options;
+  options.onClientEnd = [&](const FileServer::ClientReport& report) {
+    const std::lock_guard lock(mutex);
+    reports.push_back(report);
+  };
+  FileServer server(directory / "data.bin", options);
+  EXPECT_EQ(fetch(server.descriptor()), content);
+  EXPECT_EQ(fetch(server.descriptor()), content);
+  std::filesystem::remove(directory / "data.bin");
+  EXPECT_FALSE(fetchesCleanly(server.descriptor()));
+  ASSERT_TRUE(Orvan::Testing::waitFor([&] {
+    const std::lock_guard lock(mutex);
+    return reports.size() == 3;
+  }));
+  const FileServer::Stats stats = server.stats();
+  EXPECT_EQ(stats.served, 2u);
+  EXPECT_EQ(stats.failed, 1u);
+  EXPECT_EQ(stats.bytes, 2 * content.size());
+  EXPECT_EQ(stats.active, 0u);
+  EXPECT_EQ(server.clientsServed(), 2u);
+  // The clients end in any order: a served one ends when it has closed its
+  // side.
+  const std::lock_guard lock(mutex);
+  int served = 0;
+  for (const FileServer::ClientReport& report : reports) {
+    EXPECT_EQ(report.peer.rfind("127.0.0.1:", 0), 0u) << report.peer;
+    if (report.outcome == FileServer::ClientOutcome::Served) {
+      ++served;
+      EXPECT_EQ(report.bytes, content.size());
+    } else {
+      EXPECT_EQ(report.outcome, FileServer::ClientOutcome::FileError);
+      EXPECT_EQ(report.bytes, 0u);
+    }
+  }
+  EXPECT_EQ(served, 2);
+}
+
+TEST_F(FileServerTest, IdleClientsAreResetAndLeaveRoomForOthers)
+{
+  TemporaryDirectory directory;
+  const std::string content(32 * 1024 * 1024, 'i');
+  Orvan::Testing::writeFile(directory / "big.bin", content);
+  FileServer::Options options;
+  options.maxClients = 2;
+  options.idleTimeout = 3s;
+  FileServer server(directory / "big.bin", options);
+  // Two clients that connect and then read nothing take both slots.
+  std::vector<std::unique_ptr<std::istream>> idle;
+  for (int i = 0; i < 2; ++i) {
+    idle.push_back(server.descriptor().makeStream(static_cast<int>(std::ios::binary)));
+    char first = 0;
+    ASSERT_TRUE(idle.back()->get(first));
+  }
+  auto reader = std::async(std::launch::async, [&server] { return fetchSize(server.descriptor()); });
+  ASSERT_EQ(reader.wait_for(30s), std::future_status::ready) << "idle clients kept every slot";
+  EXPECT_EQ(reader.get(), content.size());
+  EXPECT_TRUE(Orvan::Testing::waitFor([&server] { return server.stats().failed == 2; }));
+}
+
 TEST_F(FileServerTest, TheDescriptorNamesTheFileAndTheServer)
 {
   TemporaryDirectory directory;
@@ -85,11 +178,11 @@ TEST_F(FileServerTest, AnEmptyFileIsAnEmptyStream)
   EXPECT_EQ(fetch(server.descriptor()), "");
 }
 
-TEST_F(FileServerTest, AMissingFileClosesTheConnectionAndIsLogged)
+TEST_F(FileServerTest, AMissingFileResetsTheConnectionAndIsLogged)
 {
   TemporaryDirectory directory;
   FileServer server(directory / "missing.bin");
-  EXPECT_EQ(fetch(server.descriptor()), "");
+  EXPECT_FALSE(fetchesCleanly(server.descriptor()));
   EXPECT_EQ(server.clientsServed(), 0u);
   EXPECT_TRUE(Orvan::Testing::waitFor([this] {
     for (const auto& line : logger->lines()) {

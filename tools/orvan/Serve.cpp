@@ -11,7 +11,6 @@
 #include <cstring>
 #include <fstream>
 #include <optional>
-#include <thread>
 
 namespace Orvan::Tool {
 
@@ -108,9 +107,8 @@ int serveCommand(const std::vector<std::string>& words)
     Console::instance().result("Serving '" + fileText + "' (" + std::to_string(size) + " bytes) on " + where);
   }
   Logging::logInfo("Listening on " + where + " for '" + fileText + "'");
-  while (!ctrlC.token.isCancelRequested()) {
-    std::this_thread::sleep_for(std::chrono::milliseconds(50));
-  }
+  // Sleeps until Ctrl-C or SIGTERM cancels the token.
+  ctrlC.token.waitFor(std::chrono::milliseconds(-1));
   server->stop();
   const std::uint64_t served = server->clientsServed();
   Logging::logInfo("Stopped after serving " + std::to_string(served) + (served == 1 ? " client" : " clients"));
