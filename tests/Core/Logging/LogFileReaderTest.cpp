@@ -234,6 +234,15 @@ TEST(LogFileReader, KeepsLinesThatOnlyLookLikeWorkflowLinesAsMessages)
   }
 }
 
+TEST(LogFileReader, AStepLeftWithoutANameIsReadWithAnEmptyName)
+{
+  const auto records = readAll(HEAD + "23:59:59.000 [INFO   ] [ 1] <=== 1.000 ms\n");
+  ASSERT_EQ(records.size(), 2u);
+  EXPECT_EQ(records[1].kind, Kind::StepLeave);
+  EXPECT_EQ(records[1].name, "");
+  EXPECT_EQ(records[1].elapsed, std::chrono::microseconds(1000));
+}
+
 TEST(LogFileReader, RefusesAFileThatIsNotALogWithASentence)
 {
   const std::string texts[] = {"hello world\n", "{\"traceEvents\":[]}",

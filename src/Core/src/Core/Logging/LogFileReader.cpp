@@ -525,7 +525,10 @@ struct LogTextReader::Impl {
     if (stepLevel && body.substr(0, 5) == "<=== " && trailingElapsed(body.substr(4), rest, record.elapsed)) {
       record.kind = LogRecord::Kind::StepLeave;
       record.depth = static_cast<unsigned>(tabs);
-      rest.remove_prefix(1);
+      // "<=== Name 1.0 ms" leaves " Name"; a step without a name leaves "".
+      if (!rest.empty()) {
+        rest.remove_prefix(1);
+      }
       record.name.assign(rest.data(), rest.size());
       return;
     }
