@@ -103,8 +103,11 @@ TEST_F(ProgressionObserver, AfterADeliveryTheNextWaitsAFullPeriodAgain)
   ASSERT_TRUE(observer.waitForCount(1));
 
   ++*counter;
+  // The observer may still be settled in its wait for a change when the
+  // change comes: wait until it waits for the period instead.
+  const std::vector<ManualClock::time_point> periodEnd{clock->now() + 100ms};
+  ASSERT_TRUE(Orvan::Testing::waitFor([&] { return clock->deadlines() == periodEnd; }));
   ASSERT_TRUE(clock->waitUntilSettled(1));
-  EXPECT_EQ(clock->deadlines(), std::vector<ManualClock::time_point>{clock->now() + 100ms});
   clock->advance(99ms);
   ASSERT_TRUE(clock->waitUntilSettled(1));
   EXPECT_EQ(observer.count(), 1u) << "delivered again before a full period";
